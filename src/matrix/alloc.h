@@ -1,0 +1,50 @@
+// The library's one allocation layer. Every heap block the library makes for itself comes from
+// here, so that a test can make the n-th allocation fail and check that each export survives it,
+// frees what it made and reports the failure its frame defines (the idea of SQLite's fault hooks).
+#ifndef KAVREL_MATRIX_ALLOC_H
+#define KAVREL_MATRIX_ALLOC_H
+
+#include <cstddef>
+
+// Null on failure (or when the fault hook fires). A zero-byte request returns a unique block.
+void *KvMalloc(size_t bytes);
+// n * size bytes, zero-filled; null on overflow or failure.
+void *KvCalloc(size_t n, size_t size);
+// Null in, null out; on failure the old block stays valid and null is returned.
+void *KvRealloc(void *p, size_t bytes);
+void KvFree(void *p);
+
+// n-th allocation counted from this call fails (n >= 1); n <= 0 disables the hook. Returns the
+// number of allocations made since the previous call.
+long KvAllocFailAt(long n);
+// Allocations made since the last KvAllocFailAt.
+long KvAllocCount();
+
+// Scratch that frees itself on every path. Allocation goes through KvMalloc and can fail:
+// callers test ok() (or the pointer) before use.
+template <class T> class KvArray {
+public:
+    KvArray() = default;
+    explicit KvArray(size_t n) { alloc(n); }
+    ~KvArray() { KvFree(p_); }
+    KvArray(const KvArray &) = delete;
+    KvArray &operator=(const KvArray &) = delete;
+    bool alloc(size_t n) {
+        KvFree(p_);
+        p_ = n <= (static_cast<size_t>(-1) / sizeof(T)) ? static_cast<T *>(KvMalloc(n * sizeof(T))) : nullptr;
+        return p_ != nullptr;
+    }
+    bool ok() const { return p_ != nullptr; }
+    T *get() const { return p_; }
+    T &operator[](size_t i) const { return p_[i]; }
+    T *release() {
+        T *p = p_;
+        p_ = nullptr;
+        return p;
+    }
+
+private:
+    T *p_ = nullptr;
+};
+
+#endif
