@@ -17,6 +17,13 @@ extern "C" {
 #  define KAVREL_API __attribute__((visibility("default")))
 #endif
 
+/* Exports never throw; C++ callers see that in the type. */
+#ifdef __cplusplus
+#  define KAVREL_NOEXCEPT noexcept
+#else
+#  define KAVREL_NOEXCEPT
+#endif
+
 /* Recursive least squares */
 
 /* GARCH and EGARCH */
