@@ -1,0 +1,817 @@
+// The database store: life cycle and the database table, variables, observations and sample.
+// Name resolution is in names.cpp, the undo chain in undo.cpp.
+#include "database/database.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "database/column.h"
+#include "database/dbinternal.h"
+#include "database/messages.h"
+#include "matrix/alloc.h"
+#include "matrix/matrix.h"
+
+namespace {
+
+bool g_tableOn = false;
+Database *g_table[DB_TABLE_SLOTS];
+char g_lastName[256];
+DbChangeHookFn g_hook = nullptr;
+
+int lowerAscii(int c) { return (c >= 'A' && c <= 'Z') ? c + ('a' - 'A') : c; }
+
+bool equalNoCase(const char *a, const char *b) {
+    for (; *a && *b; ++a, ++b)
+        if (lowerAscii(static_cast<unsigned char>(*a)) != lowerAscii(static_cast<unsigned char>(*b))) return false;
+    return *a == *b;
+}
+
+// Text after the last '\' or '/'; when there is none, after the last ':'.
+const char *baseName(const char *full) {
+    const char *base = full;
+    bool slash = false;
+    for (const char *p = full; *p; ++p)
+        if (*p == '\\' || *p == '/') {
+            base = p + 1;
+            slash = true;
+        }
+    if (!slash)
+        for (const char *p = full; *p; ++p)
+            if (*p == ':') base = p + 1;
+    return base;
+}
+
+void rememberName(const char *name) {
+    std::snprintf(g_lastName, sizeof g_lastName, "%s", name);
+}
+
+// Frees the record and everything it owns that is not null.
+void freeRecord(Database *db) {
+    dbUndoFreeChain(db);
+    for (int i = 0; i < db->varCount; ++i) {
+        ColumnRelease(db->handles[i]);
+        KvFree(db->names[i]);
+        KvFree(db->varDescriptions[i]);
+    }
+    KvFree(db->columns);
+    KvFree(db->names);
+    KvFree(db->varDescriptions);
+    KvFree(db->varFlags);
+    KvFree(db->handles);
+    KvFree(db->varInfo);
+    KvFree(db->name);
+    KvFree(db->label);
+    KvFree(db->description);
+    KvFree(db);
+}
+
+// The six per-variable arrays at a capacity, as one unit that is built whole or not at all.
+struct VarArrays {
+    double **columns = nullptr;
+    char **names = nullptr;
+    char **descs = nullptr;
+    int32_t *flags = nullptr;
+    DataColumn **handles = nullptr;
+    DbVarInfo *info = nullptr;
+
+    bool alloc(int capacity) {
+        size_t n = static_cast<size_t>(capacity);
+        columns = static_cast<double **>(KvCalloc(n, sizeof(double *)));
+        names = static_cast<char **>(KvCalloc(n, sizeof(char *)));
+        descs = static_cast<char **>(KvCalloc(n, sizeof(char *)));
+        flags = static_cast<int32_t *>(KvCalloc(n, sizeof(int32_t)));
+        handles = static_cast<DataColumn **>(KvCalloc(n, sizeof(DataColumn *)));
+        info = static_cast<DbVarInfo *>(KvCalloc(n, sizeof(DbVarInfo)));
+        if (columns && names && descs && flags && handles && info) return true;
+        release();
+        return false;
+    }
+    void release() {
+        KvFree(columns);
+        KvFree(names);
+        KvFree(descs);
+        KvFree(flags);
+        KvFree(handles);
+        KvFree(info);
+        *this = VarArrays();
+    }
+};
+
+// Grows the per-variable arrays to capacity slots, copying the entries in use.
+bool growCapacity(Database *db, int capacity) {
+    VarArrays a;
+    if (!a.alloc(capacity)) return false;
+    size_t n = static_cast<size_t>(db->varCount);
+    std::memcpy(a.columns, db->columns, n * sizeof(double *));
+    std::memcpy(a.names, db->names, n * sizeof(char *));
+    std::memcpy(a.descs, db->varDescriptions, n * sizeof(char *));
+    std::memcpy(a.flags, db->varFlags, n * sizeof(int32_t));
+    std::memcpy(a.handles, db->handles, n * sizeof(DataColumn *));
+    std::memcpy(a.info, db->varInfo, n * sizeof(DbVarInfo));
+    KvFree(db->columns);
+    KvFree(db->names);
+    KvFree(db->varDescriptions);
+    KvFree(db->varFlags);
+    KvFree(db->handles);
+    KvFree(db->varInfo);
+    db->columns = a.columns;
+    db->names = a.names;
+    db->varDescriptions = a.descs;
+    db->varFlags = a.flags;
+    db->handles = a.handles;
+    db->varInfo = a.info;
+    db->capacity = capacity;
+    return true;
+}
+
+void installColumn(Database *db, int i, DataColumn *c) {
+    db->handles[i] = c;
+    db->columns[i] = ColumnDoubles(c);
+}
+
+bool validIndex(const Database *db, int i) { return db && i >= 0 && i < db->varCount; }
+
+// Removes variable index now, recording undo entries of kinds 6, 7, 12 and 2 (in that order),
+// which then own its name, description and column.
+void deleteNow(Database *db, int index, bool newStep) {
+    DbUndoEntry *eName = dbUndoPush(db, DB_UNDO_RENAME, newStep);
+    DbUndoEntry *eDesc = eName ? dbUndoPush(db, DB_UNDO_VARDESC, false) : nullptr;
+    DbUndoEntry *eInfo = eDesc ? dbUndoPush(db, DB_UNDO_INFO, false) : nullptr;
+    DbUndoEntry *eBack = eInfo ? dbUndoPush(db, DB_UNDO_REINSERT, false) : nullptr;
+    // A failed push discards the whole chain, so eBack set means all four are in it.
+    if (eBack) {
+        dbUndoSetVariable(eName, index, 1);
+        dbUndoSetText(eName, db->names[index]);
+        dbUndoSetVariable(eDesc, index, 1);
+        dbUndoSetText(eDesc, db->varDescriptions[index]);
+        dbUndoSetVariable(eInfo, index, 1);
+        dbUndoSetInfo(eInfo, db->varInfo[index]);
+        dbUndoSetVariable(eBack, index, 1);
+        dbUndoSetColumn(eBack, db->handles[index], db->varFlags[index] & ~DB_VAR_DELETE_PENDING);
+        db->names[index] = nullptr;
+        db->varDescriptions[index] = nullptr;
+        db->handles[index] = nullptr;
+    }
+    db->modified = 1;
+    dbDropVariable(db, index);
+}
+
+// Builds a column of count missing values; the observations of old from first on land at
+// position dest. The copied range is clipped to both columns.
+DataColumn *shiftedColumn(const DataColumn *old, int64_t count, int64_t first, int64_t dest, int64_t n) {
+    DataColumn *c = ColumnCreateVector(count, nullptr);
+    if (!c) return nullptr;
+    if (first < 0) {
+        dest -= first;
+        n += first;
+        first = 0;
+    }
+    if (dest < 0) {
+        first -= dest;
+        n += dest;
+        dest = 0;
+    }
+    if (first + n > old->count) n = old->count - first;
+    if (dest + n > count) n = count - dest;
+    if (n > 0)
+        std::memcpy(ColumnDoubles(c) + dest, ColumnDoubles(old) + first, static_cast<size_t>(n) * sizeof(double));
+    return c;
+}
+
+// Day numbers 1 = Sunday .. 7 = Saturday.
+int weekdayOf(double day) {
+    long long j = static_cast<long long>(day);
+    long long w = (j + 1) % 7;
+    if (w < 0) w += 7;
+    return static_cast<int>(w) + 1;
+}
+
+bool isWorkingDay(double day, int daysPerWeek) {
+    int w = weekdayOf(day);
+    if (daysPerWeek == 5) return w != 1 && w != 7;
+    if (daysPerWeek == 6) return w != 1;
+    return true;
+}
+
+// One step of a continued date column: one day (skipping the days a 5- or 6-day week leaves
+// out), a week, or the average spacing of the old dates.
+double stepDate(double d, int dir, int daysPerWeek, double spacing) {
+    if (daysPerWeek >= 5 && daysPerWeek <= 7) {
+        do d += dir;
+        while (!isWorkingDay(d, daysPerWeek));
+        return d;
+    }
+    if (daysPerWeek == 1) return d + 7.0 * dir;
+    return d + spacing * dir;
+}
+
+// Fills the missing leading and trailing entries of a date column outward from the known block
+// lo..hi.
+void continueDates(double *d, int64_t count, int64_t lo, int64_t hi, int daysPerWeek, double spacing) {
+    for (int64_t t = hi + 1; t < count; ++t) d[t] = stepDate(d[t - 1], +1, daysPerWeek, spacing);
+    for (int64_t t = lo - 1; t >= 0; --t) d[t] = stepDate(d[t + 1], -1, daysPerWeek, spacing);
+}
+
+// Rebuilds every column keeping the observations for which keep(t) holds (kept of them). The
+// selector column (or -1) is released last. Returns false when variables were lost.
+template <class Keep> bool rebuildKeeping(Database *db, int selector, int64_t kept, Keep keep) {
+    DataColumn *held = selector >= 0 ? ColumnRetain(db->handles[selector]) : nullptr;
+    const int64_t T = db->obsCount;
+    bool lost = false;
+    for (int i = 0; i < db->varCount; ++i) {
+        DataColumn *c = ColumnCreateVector(kept, nullptr);
+        if (!c) {
+            ReportError("Not enough memory: variables lost, exit or check data!");
+            while (db->varCount > i) dbDropVariable(db, db->varCount - 1);
+            lost = true;
+            break;
+        }
+        const double *src = db->columns[i];
+        double *dst = ColumnDoubles(c);
+        int64_t k = 0;
+        for (int64_t t = 0; t < T; ++t)
+            if (keep(t)) dst[k++] = src[t];
+        ColumnRelease(db->handles[i]);
+        installColumn(db, i, c);
+        db->varFlags[i] |= DB_VAR_CHANGED;
+    }
+    ColumnRelease(held);
+    db->obsCount = static_cast<int32_t>(kept);
+    dbSampleSetCount(db->sample, kept);
+    dbAnnounce(db);
+    return !lost;
+}
+
+// Stable merge sort of the permutation perm[0..n) by key values, missing values last.
+bool keyBefore(double a, double b) {
+    if (b != b) return a == a;
+    return a == a && a < b;
+}
+
+void mergeSort(int32_t *perm, int32_t *tmp, int64_t n, const double *key) {
+    for (int64_t width = 1; width < n; width *= 2) {
+        for (int64_t lo = 0; lo < n; lo += 2 * width) {
+            int64_t mid = lo + width < n ? lo + width : n;
+            int64_t hi = lo + 2 * width < n ? lo + 2 * width : n;
+            int64_t i = lo, j = mid, k = lo;
+            while (i < mid && j < hi) tmp[k++] = keyBefore(key[perm[j]], key[perm[i]]) ? perm[j++] : perm[i++];
+            while (i < mid) tmp[k++] = perm[i++];
+            while (j < hi) tmp[k++] = perm[j++];
+        }
+        std::memcpy(perm, tmp, static_cast<size_t>(n) * sizeof(int32_t));
+    }
+}
+
+} // namespace
+
+// ---- Shared helpers -------------------------------------------------------------------------
+
+char *dbCopyText(const char *s, size_t max) {
+    if (!s) return nullptr;
+    size_t n = std::strlen(s);
+    if (n > max) n = max;
+    auto *p = static_cast<char *>(KvMalloc(n + 1));
+    if (!p) return nullptr;
+    std::memcpy(p, s, n);
+    p[n] = '\0';
+    return p;
+}
+
+void dbAnnounce(Database *db) {
+    if (g_hook) g_hook(db);
+}
+
+void dbDropVariable(Database *db, int index) {
+    ColumnRelease(db->handles[index]);
+    KvFree(db->names[index]);
+    KvFree(db->varDescriptions[index]);
+    size_t after = static_cast<size_t>(db->varCount - index - 1);
+    std::memmove(db->columns + index, db->columns + index + 1, after * sizeof(double *));
+    std::memmove(db->names + index, db->names + index + 1, after * sizeof(char *));
+    std::memmove(db->varDescriptions + index, db->varDescriptions + index + 1, after * sizeof(char *));
+    std::memmove(db->varFlags + index, db->varFlags + index + 1, after * sizeof(int32_t));
+    std::memmove(db->handles + index, db->handles + index + 1, after * sizeof(DataColumn *));
+    std::memmove(db->varInfo + index, db->varInfo + index + 1, after * sizeof(DbVarInfo));
+    --db->varCount;
+    int last = db->varCount;
+    db->columns[last] = nullptr;
+    db->names[last] = nullptr;
+    db->varDescriptions[last] = nullptr;
+    db->varFlags[last] = 0;
+    db->handles[last] = nullptr;
+    db->varInfo[last] = DbVarInfo{};
+}
+
+int dbEnsureColumnLength(Database *db, int64_t n) {
+    if (db->varCount == 0) return 1;
+    KvArray<DataColumn *> grown(static_cast<size_t>(db->varCount));
+    if (!grown.ok()) return 0;
+    bool any = false;
+    for (int i = 0; i < db->varCount; ++i) {
+        grown[i] = nullptr;
+        const DataColumn *old = db->handles[i];
+        if (old->count >= n) continue;
+        grown[i] = shiftedColumn(old, n, 0, 0, old->count);
+        if (!grown[i]) {
+            for (int j = 0; j < i; ++j) ColumnRelease(grown[j]);
+            return 0;
+        }
+        any = true;
+    }
+    if (!any) return 1;
+    for (int i = 0; i < db->varCount; ++i) {
+        if (!grown[i]) continue;
+        ColumnRelease(db->handles[i]);
+        installColumn(db, i, grown[i]);
+    }
+    return 1;
+}
+
+int64_t dbSampleCount(const int32_t *s) {
+    return static_cast<int64_t>(s[SAMPLE_END_YEAR] - static_cast<int64_t>(s[SAMPLE_START_YEAR])) * s[SAMPLE_FREQUENCY] -
+           s[SAMPLE_START_PERIOD] + s[SAMPLE_END_PERIOD] + 1;
+}
+
+void dbSampleSetCount(int32_t *s, int64_t n) {
+    const int64_t f = s[SAMPLE_FREQUENCY] > 0 ? s[SAMPLE_FREQUENCY] : 1;
+    const int64_t t = n - 1;
+    const int64_t sp = s[SAMPLE_START_PERIOD];
+    int64_t year = s[SAMPLE_START_YEAR] + t / f;
+    if (sp + t - f * (t / f) > f) ++year;
+    int64_t period = sp + t % f;
+    if (period > f) period -= f;
+    s[SAMPLE_END_YEAR] = static_cast<int32_t>(year);
+    s[SAMPLE_END_PERIOD] = static_cast<int32_t>(period);
+}
+
+void dbSampleMoveStart(int32_t *s, int64_t a) {
+    const int64_t f = s[SAMPLE_FREQUENCY] > 0 ? s[SAMPLE_FREQUENCY] : 1;
+    int64_t total = static_cast<int64_t>(s[SAMPLE_START_YEAR]) * f + (s[SAMPLE_START_PERIOD] - 1) - a;
+    int64_t year = total / f, rem = total % f;
+    if (rem < 0) {
+        rem += f;
+        --year;
+    }
+    s[SAMPLE_START_YEAR] = static_cast<int32_t>(year);
+    s[SAMPLE_START_PERIOD] = static_cast<int32_t>(rem + 1);
+}
+
+// ---- Life cycle and the table ------------------------------------------------------------
+
+Database *DbCreate(const char *name, int capacity) {
+    int slot = -1;
+    if (g_tableOn) {
+        for (int i = 0; i < DB_TABLE_SLOTS && slot < 0; ++i)
+            if (!g_table[i]) slot = i;
+        if (slot < 0) {
+            ReportError("Cannot create database");
+            return nullptr;
+        }
+    }
+    char generated[32];
+    const char *full = name;
+    if (!name || !*name) {
+        std::snprintf(generated, sizeof generated, "data%d", slot + 1);
+        full = generated;
+    }
+    const char *base = baseName(full);
+    if (g_tableOn)
+        for (Database *other : g_table)
+            if (other && equalNoCase(other->name, base)) {
+                ReportError("Database with this name already exists");
+                return nullptr;
+            }
+    if (capacity < 1) capacity = 256;
+
+    auto *db = static_cast<Database *>(KvCalloc(1, sizeof(Database)));
+    if (!db) return nullptr;
+    VarArrays a;
+    db->name = dbCopyText(base, SIZE_MAX);
+    db->label = dbCopyText(full, SIZE_MAX);
+    if (!db->name || !db->label || !a.alloc(capacity)) {
+        freeRecord(db);
+        return nullptr;
+    }
+    db->columns = a.columns;
+    db->names = a.names;
+    db->varDescriptions = a.descs;
+    db->varFlags = a.flags;
+    db->handles = a.handles;
+    db->varInfo = a.info;
+    db->capacity = capacity;
+    const int32_t initial[SAMPLE_WORDS] = {1996, 1, 2005, 1, 1};
+    std::memcpy(db->sample, initial, sizeof initial);
+    db->obsCount = 10;
+    if (slot >= 0) {
+        g_table[slot] = db;
+        db->tableSlot = slot + 1;
+    }
+    rememberName(db->name);
+    return db;
+}
+
+void DbFree(Database *db) {
+    if (!db) return;
+    if (db->tableSlot > 0 && db->tableSlot <= DB_TABLE_SLOTS && g_table[db->tableSlot - 1] == db)
+        g_table[db->tableSlot - 1] = nullptr;
+    freeRecord(db);
+}
+
+Database *DbFindByName(const char *name, int report) {
+    if (g_tableOn && name)
+        for (Database *db : g_table)
+            if (db && equalNoCase(db->name, name)) return db;
+    if (report) ReportError("Database not found");
+    return nullptr;
+}
+
+void DbTableEnable(int on) {
+    if (!on)
+        for (Database *&db : g_table) {
+            if (db) db->tableSlot = 0;
+            db = nullptr;
+        }
+    g_tableOn = on != 0;
+}
+
+int DbTableIsEnabled() { return g_tableOn ? 1 : 0; }
+const char *DbTableLastName() { return g_lastName; }
+void DbSetChangeHook(DbChangeHookFn hook) { g_hook = hook; }
+
+// ---- Variables ------------------------------------------------------------------------------
+
+int DbAddVariables(Database *db, int n) {
+    if (!db || n < 1) return -1;
+    char msg[128];
+    std::snprintf(msg, sizeof msg, "Cannot add %d variable(s) to database", n);
+    if (n > INT32_MAX - 256 - db->varCount) {
+        ReportError(msg);
+        return -1;
+    }
+    if (db->varCount + n > db->capacity && !growCapacity(db, db->varCount + (n > 256 ? n : 256))) {
+        char grow[DB_MAX_NAME + 320];
+        std::snprintf(grow, sizeof grow, "Maximum number of variables reached in database %s", db->name);
+        ReportError(grow);
+        return -1;
+    }
+    const int first = db->varCount;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_ADD, true);
+    dbUndoSetVariable(e, first, n);
+    const int32_t wasModified = db->modified;
+    db->modified = 1;
+    for (int i = first; i < first + n; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "Var%d", i + 1);
+        DataColumn *c = ColumnCreateVector(db->obsCount, nullptr);
+        char *copy = c ? dbCopyText(name, DB_MAX_NAME) : nullptr;
+        if (!copy) {
+            ColumnRelease(c);
+            for (int j = first; j < i; ++j) {
+                ColumnRelease(db->handles[j]);
+                KvFree(db->names[j]);
+                db->handles[j] = nullptr;
+                db->columns[j] = nullptr;
+                db->names[j] = nullptr;
+                db->varFlags[j] = 0;
+            }
+            if (e)
+                dbUndoDiscard(db, e);
+            else
+                db->modified = wasModified;
+            ReportError(msg);
+            return -1;
+        }
+        installColumn(db, i, c);
+        db->names[i] = copy;
+        db->varDescriptions[i] = nullptr;
+        db->varInfo[i] = DbVarInfo{};
+        db->varFlags[i] = DB_VAR_NEW;
+    }
+    db->varCount += n;
+    dbAnnounce(db);
+    return first;
+}
+
+int DbSetVariableName(Database *db, int index, const char *name) {
+    if (!validIndex(db, index) || !name || !*name) return 0;
+    char *copy = dbCopyText(name, DB_MAX_NAME);
+    if (!copy) return 0;
+    if (std::strcmp(copy, dbNameOf(db, index)) == 0) {
+        KvFree(copy);
+        return 1;
+    }
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_RENAME, true);
+    if (e) {
+        dbUndoSetVariable(e, index, 1);
+        dbUndoSetText(e, db->names[index]);
+    } else {
+        KvFree(db->names[index]);
+    }
+    db->names[index] = copy;
+    db->modified = 1;
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbFindVariableExact(const Database *db, const char *name) {
+    if (!db || !name) return -1;
+    for (int i = 0; i < db->varCount; ++i)
+        if (std::strcmp(dbNameOf(db, i), name) == 0) return i;
+    return -1;
+}
+
+int DbDeleteVariables(Database *db, int index) {
+    if (!validIndex(db, index)) return 0;
+    if (db->varFlags[index] & DB_VAR_PROTECTED) {
+        char msg[DB_MAX_NAME + 64];
+        std::snprintf(msg, sizeof msg, "%s cannot be deleted", dbNameOf(db, index));
+        ReportError(msg);
+        return 0;
+    }
+    if (db->batchDepth > 0) {
+        db->varFlags[index] |= DB_VAR_DELETE_PENDING;
+        return 1;
+    }
+    deleteNow(db, index, true);
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbSetVariableDescription(Database *db, int index, const char *text) {
+    if (!validIndex(db, index)) return 0;
+    char *copy = nullptr;
+    if (text && !(copy = dbCopyText(text, SIZE_MAX))) return 0;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_VARDESC, true);
+    if (e) {
+        dbUndoSetVariable(e, index, 1);
+        dbUndoSetText(e, db->varDescriptions[index]);
+    } else {
+        KvFree(db->varDescriptions[index]);
+    }
+    db->varDescriptions[index] = copy;
+    db->modified = 1;
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbSetDescription(Database *db, const char *text) {
+    if (!db) return 0;
+    char *copy = nullptr;
+    if (text && !(copy = dbCopyText(text, SIZE_MAX))) return 0;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_DBDESC, true);
+    if (e)
+        dbUndoSetText(e, db->description);
+    else
+        KvFree(db->description);
+    db->description = copy;
+    db->modified = 1;
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbSetVariableInfo(Database *db, int index, const DbVarInfo *info) {
+    if (!validIndex(db, index) || !info) return 0;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_INFO, true);
+    if (e) {
+        dbUndoSetVariable(e, index, 1);
+        dbUndoSetInfo(e, db->varInfo[index]);
+    }
+    db->varInfo[index] = *info;
+    db->modified = 1;
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbSetVariableFlags(Database *db, int index, int32_t flags) {
+    if (!validIndex(db, index)) return 0;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_FLAGS, true);
+    if (e) {
+        dbUndoSetVariable(e, index, 1);
+        dbUndoSetColumn(e, nullptr, db->varFlags[index]);
+    }
+    db->varFlags[index] = flags;
+    db->modified = 1;
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbReplaceColumn(Database *db, int index, const double *values) {
+    if (!validIndex(db, index)) return 0;
+    DataColumn *c = ColumnCreateVector(db->obsCount, values);
+    if (!c) return 0;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_COLUMN, true);
+    if (e) {
+        dbUndoSetVariable(e, index, 1);
+        dbUndoSetColumn(e, db->handles[index], db->varFlags[index]);
+    } else {
+        ColumnRelease(db->handles[index]);
+    }
+    installColumn(db, index, c);
+    db->varFlags[index] |= DB_VAR_CHANGED;
+    db->modified = 1;
+    dbAnnounce(db);
+    return 1;
+}
+
+// ---- Values and observations ------------------------------------------------------------
+
+int DbSnapshotValues(Database *db, int firstVar, int lastVar, int firstObs, int lastObs) {
+    if (!db) return 0;
+    if (!dbUndoSnapshot(db, DB_UNDO_VALUES, true, true)) return 0;
+    dbUndoAddRange(db, firstVar, lastVar, firstObs, lastObs);
+    return 1;
+}
+
+void DbMarkChanged(Database *db, int first, int last) {
+    if (!db) return;
+    if (first < 0) first = 0;
+    if (last >= db->varCount) last = db->varCount - 1;
+    if (last < first) return;
+    for (int i = first; i <= last; ++i) db->varFlags[i] |= DB_VAR_CHANGED;
+    dbUndoAddRange(db, first, last, -1, -1);
+    db->modified = 1;
+    dbAnnounce(db);
+}
+
+double DbDateAt(const Database *db, int t) {
+    if (!db || db->varCount < 1 || db->obsCount < 1) return MissingValueOf();
+    if (t < 0) t = 0;
+    if (t >= db->obsCount) t = db->obsCount - 1;
+    return db->columns[0][t];
+}
+
+int DbIsDated(const Database *db) {
+    if (!db || db->varCount < 1 || db->obsCount < 1 || db->varInfo[0].word[0] != 1) return 0;
+    const double first = db->columns[0][0], last = db->columns[0][db->obsCount - 1];
+    return first == first && last == last ? 1 : 0;
+}
+
+int DbSortObservations(Database *db, int key) {
+    if (!validIndex(db, key)) return 0;
+    const int64_t T = db->obsCount;
+    KvArray<int32_t> perm(static_cast<size_t>(T)), tmp(static_cast<size_t>(T));
+    KvArray<DataColumn *> sorted(static_cast<size_t>(db->varCount));
+    if (!perm.ok() || !tmp.ok() || !sorted.ok()) return 0;
+    for (int64_t t = 0; t < T; ++t) perm[t] = static_cast<int32_t>(t);
+    mergeSort(perm.get(), tmp.get(), T, db->columns[key]);
+    for (int i = 0; i < db->varCount; ++i) {
+        sorted[i] = ColumnCreateVector(T, nullptr);
+        if (!sorted[i]) {
+            for (int j = 0; j < i; ++j) ColumnRelease(sorted[j]);
+            return 0;
+        }
+        const double *src = db->columns[i];
+        double *dst = ColumnDoubles(sorted[i]);
+        for (int64_t t = 0; t < T; ++t) dst[t] = src[perm[t]];
+    }
+    dbUndoSnapshot(db, DB_UNDO_SNAPSHOT, false, true);
+    db->modified = 1;
+    for (int i = 0; i < db->varCount; ++i) {
+        ColumnRelease(db->handles[i]);
+        installColumn(db, i, sorted[i]);
+        db->varFlags[i] |= DB_VAR_CHANGED;
+    }
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbDeleteObservations(Database *db, int selector, int mode) {
+    if (!validIndex(db, selector)) return 0;
+    const double *s = db->columns[selector];
+    const int64_t T = db->obsCount;
+    auto keep = [s, mode](int64_t t) { return s[t] == s[t] && (mode != 0 || s[t] == 0.0); };
+    int64_t kept = 0;
+    for (int64_t t = 0; t < T; ++t) kept += keep(t) ? 1 : 0;
+    if (kept == 0) {
+        ReportError("Delete skipped: there would be no observations left");
+        return 0;
+    }
+    if (kept == T) {
+        ReportWarning("No observations to delete");
+        return 0;
+    }
+    dbUndoSnapshot(db, DB_UNDO_SNAPSHOT, false, true);
+    db->modified = 1;
+    return rebuildKeeping(db, selector, kept, keep) ? 1 : 0;
+}
+
+int DbDeleteObservationRange(Database *db, int first, int last) {
+    if (!db || last < first) return 0;
+    const int64_t T = db->obsCount;
+    int64_t lo = first < 0 ? 0 : first, hi = last >= T ? T - 1 : last;
+    if (hi < lo) return 0;
+    const int64_t kept = T - (hi - lo + 1);
+    if (kept == 0) {
+        ReportError("Delete skipped: there would be no observations left");
+        return 0;
+    }
+    dbUndoSnapshot(db, DB_UNDO_SNAPSHOT, false, true);
+    db->modified = 1;
+    return rebuildKeeping(db, -1, kept, [lo, hi](int64_t t) { return t < lo || t > hi; }) ? 1 : 0;
+}
+
+// ---- Sample ----------------------------------------------------------------------------------
+
+int DbSetSample(Database *db, const int32_t sample[SAMPLE_WORDS]) {
+    if (!db || !sample) return 0;
+    if (std::memcmp(db->sample, sample, sizeof db->sample) == 0) return 1;
+    int32_t s[SAMPLE_WORDS];
+    std::memcpy(s, sample, sizeof s);
+    const int32_t f = s[SAMPLE_FREQUENCY];
+    int64_t n = dbSampleCount(s);
+    if (f < 1 || s[SAMPLE_START_PERIOD] < 1 || s[SAMPLE_START_PERIOD] > f || s[SAMPLE_END_PERIOD] < 1 ||
+        s[SAMPLE_END_PERIOD] > f || n < 1) {
+        ReportError("Invalid sample");
+        return 0;
+    }
+    if (n > DB_MAX_OBS) {
+        char msg[80];
+        std::snprintf(msg, sizeof msg, "Truncated number of observations to %d", DB_MAX_OBS);
+        ReportWarning(msg);
+        n = DB_MAX_OBS;
+        dbSampleSetCount(s, n);
+    }
+    // Columns keep their storage, but none may be shorter than the sample.
+    if (!dbEnsureColumnLength(db, n)) return 0;
+    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_SAMPLE, true);
+    dbUndoSetSample(e, db->sample, db->obsCount);
+    db->modified = 1;
+    std::memcpy(db->sample, s, sizeof s);
+    db->obsCount = static_cast<int32_t>(n);
+    dbAnnounce(db);
+    return 1;
+}
+
+int DbExtendSample(Database *db, int a, int b) {
+    if (!db) return 0;
+    if (a == 0 && b == 0) return 1;
+    const int64_t T = db->obsCount;
+    const int64_t N = T + a + b;
+    if (N >= DB_MAX_OBS) {
+        ReportError("Unable to extend database: exceeds maximum");
+        return 0;
+    }
+    if (N <= 0) {
+        ReportError("No observations left");
+        return 0;
+    }
+    // What continuing the date column needs, from the dates before the change.
+    const bool dated = DbIsDated(db) != 0;
+    int daysPerWeek = 0;
+    double spacing = 1.0;
+    if (dated) {
+        const double first = db->columns[0][0], last = db->columns[0][T - 1];
+        const double span = static_cast<double>(static_cast<long long>(last) - static_cast<long long>(first) + 1);
+        daysPerWeek = static_cast<int>(std::floor(static_cast<double>(T) / (span / 7.0) + 0.5));
+        if (T > 1) spacing = std::floor((last - first) / static_cast<double>(T - 1) + 0.5);
+        if (spacing < 1.0) spacing = 1.0;
+    }
+    dbUndoSnapshot(db, DB_UNDO_SNAPSHOT, false, true);
+    db->modified = 1;
+    bool lost = false;
+    for (int i = 0; i < db->varCount; ++i) {
+        DataColumn *c = shiftedColumn(db->handles[i], N, 0, a, T);
+        if (!c) {
+            ReportError("Not enough memory for extension: variables lost, exit or check data!");
+            while (db->varCount > i) dbDropVariable(db, db->varCount - 1);
+            lost = true;
+            break;
+        }
+        ColumnRelease(db->handles[i]);
+        installColumn(db, i, c);
+        db->varFlags[i] |= DB_VAR_CHANGED;
+    }
+    db->obsCount = static_cast<int32_t>(N);
+    if (a != 0) dbSampleMoveStart(db->sample, a);
+    dbSampleSetCount(db->sample, N);
+    if (dated && db->varCount > 0) {
+        const int64_t lo = a > 0 ? a : 0;
+        const int64_t hi = (a + T - 1 < N - 1) ? a + T - 1 : N - 1;
+        continueDates(db->columns[0], N, lo, hi, daysPerWeek, spacing);
+    }
+    dbAnnounce(db);
+    return lost ? 0 : 1;
+}
+
+// ---- Batches ---------------------------------------------------------------------------------
+
+void DbBeginBatch(Database *db) {
+    if (!db) return;
+    if (db->batchDepth++ == 0 && db->undoOn) db->undoBatchStep = ++db->undoStep;
+}
+
+void DbEndBatch(Database *db) {
+    if (!db || db->batchDepth == 0) return;
+    if (db->batchDepth == 1) {
+        bool any = false;
+        for (int i = db->varCount - 1; i >= 0; --i)
+            if (db->varFlags[i] & DB_VAR_DELETE_PENDING) {
+                deleteNow(db, i, false);
+                any = true;
+            }
+        if (any) dbAnnounce(db);
+        db->undoBatchStep = 0;
+    }
+    --db->batchDepth;
+}

@@ -1,0 +1,54 @@
+// Helpers shared by the files of the database store (database.cpp, names.cpp, undo.cpp); not
+// for use outside src/database.
+#ifndef KAVREL_DATABASE_DBINTERNAL_H
+#define KAVREL_DATABASE_DBINTERNAL_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "database/database.h"
+
+// Heap copy of at most max bytes of s (always terminated); null when s is null or on failure.
+char *dbCopyText(const char *s, size_t max);
+// Name of variable i, "" when the slot holds none (only between the entries of one undo step).
+inline const char *dbNameOf(const Database *db, int i) { return db->names[i] ? db->names[i] : ""; }
+void dbAnnounce(Database *db);
+
+// Takes variable index out of every per-variable array, releasing its column, name and
+// description, and moves the later variables down.
+void dbDropVariable(Database *db, int index);
+// Grows every column shorter than n observations to n (missing-filled). All or nothing: 0 when
+// memory runs out, the database then unchanged.
+int dbEnsureColumnLength(Database *db, int64_t n);
+
+// Sample arithmetic on the five-word record (integer division truncates toward zero).
+int64_t dbSampleCount(const int32_t *s);
+void dbSampleSetCount(int32_t *s, int64_t n);
+// Moves the start back by a periods (forward for negative a).
+void dbSampleMoveStart(int32_t *s, int64_t a);
+
+// --- Undo recording (undo.cpp) ---
+// A new entry of kind as the newest of the chain, or null when undo is off or suspended, or
+// when memory runs out (the whole chain is then discarded, so that undo never applies a step
+// that does not match the database). newStep starts a new undo step (ignored inside batches).
+DbUndoEntry *dbUndoPush(Database *db, int kind, bool newStep);
+// Removes entry (the newest) again after the operation that recorded it failed, restoring the
+// modified mark saved in it.
+void dbUndoDiscard(Database *db, DbUndoEntry *entry);
+// Full snapshot (kind DB_UNDO_VALUES or DB_UNDO_SNAPSHOT) of every variable. copyData makes
+// independent copies of the columns (values will be written in place); otherwise the
+// snapshot shares the columns, which the operation then replaces. Inside a batch no new
+// snapshot is made when the newest entry is a snapshot of the same batch. 1 when recorded or
+// not needed, 0 when memory ran out.
+int dbUndoSnapshot(Database *db, int kind, bool copyData, bool newStep);
+// Sets the text, index, count, column, flags or info of an entry that dbUndoPush returned.
+void dbUndoSetText(DbUndoEntry *e, char *owned);
+void dbUndoSetVariable(DbUndoEntry *e, int index, int count);
+void dbUndoSetColumn(DbUndoEntry *e, DataColumn *owned, int32_t flags);
+void dbUndoSetInfo(DbUndoEntry *e, const DbVarInfo &info);
+void dbUndoSetSample(DbUndoEntry *e, const int32_t *sample, int32_t obsCount);
+// Adds variable and observation ranges to the newest entry when it is a full snapshot.
+void dbUndoAddRange(Database *db, int firstVar, int lastVar, int firstObs, int lastObs);
+void dbUndoFreeChain(Database *db);
+
+#endif
