@@ -25,14 +25,25 @@ extern "C" {
 #endif
 
 /* Recursive least squares */
+KAVREL_API void FnRlsEst(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
 
 /* GARCH and EGARCH */
+KAVREL_API void FnGarchVar(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnEgarchVar(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
 
 /* Probit, logit and the actual-versus-fitted table */
 
 /* Markov switching */
+KAVREL_API void FnFilterMS(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnSmoothMS(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnSmoothMS2(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnSmoothMS2sym(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
 
 /* Seasonal statistics, Kronecker selection and long-run covariance */
+KAVREL_API void FnDeSeasonalize(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnSeasonalRsq(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnKroneckerSel(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnGLScovariance(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,114 @@
+// Exports of the GARCH and EGARCH variance recursions. The two results are built in value records
+// of our own and moved into the caller's variables only after the computation, so that a failed
+// allocation leaves the caller's variables as they were and a reference that names one of the
+// inputs is overwritten only once the input has been read.
+#include <cstring>
+
+#include "estimators/garch.h"
+#include "host/frame.h"
+#include "kavrel/kavrel.h"
+
+namespace {
+
+// A host value owned by the export until it is moved into a reference target.
+class OwnedValue {
+public:
+    OwnedValue() { std::memset(&v_, 0, sizeof v_); }
+    ~OwnedValue() { LumoFreeByValue(&v_); }
+    OwnedValue(const OwnedValue &) = delete;
+    OwnedValue &operator=(const OwnedValue &) = delete;
+    bool allocColumn(int rows) { return LumoLibValMatMalloc(&v_, rows, 1) != 0; }
+    double *column() const { return static_cast<MATRIX>(v_.data)[0]; }
+    // Releases the target's old content and hands it this value.
+    void moveInto(LumoValue *target) {
+        LumoFreeByValue(target);
+        std::memcpy(target, &v_, sizeof v_);
+        std::memset(&v_, 0, sizeof v_);
+    }
+
+private:
+    LumoValue v_;
+};
+
+// Elements of a host matrix, read as one contiguous block (0 when it has no elements).
+long long elementCount(const LumoValue *args, int i) {
+    int r = FrameRows(args, i), c = FrameCols(args, i);
+    return r > 0 && c > 0 ? static_cast<long long>(r) * c : 0;
+}
+
+const double *elements(const LumoValue *args, int i) {
+    return elementCount(args, i) > 0 ? FrameMatrix(args, i)[0] : nullptr;
+}
+
+// Both outputs are mandatory T x 1 columns; returns false (nothing touched) when the host cannot
+// make them.
+template <class Compute> bool runIntoOutputs(LumoValue *args, int nobs, Compute compute) {
+    // Both targets are read before either is written: one may be the other reference's record.
+    LumoValue *firstTarget = FrameTarget(args, 9), *secondTarget = FrameTarget(args, 10);
+    OwnedValue first, second;
+    if (!first.allocColumn(nobs) || !second.allocColumn(nobs)) return false;
+    compute(first.column(), second.column());
+    first.moveInto(firstTarget);
+    second.moveInto(secondTarget);
+    return true;
+}
+
+} // namespace
+
+// 0 e, 1 x, 2 coef, 3 p, 4 q, 5 in-mean kind, 6 delta, 7 kappa, 8 gamma, 9 -> h, 10 -> u.
+KAVREL_EXPORT void FnGarchVar(LumoValue *result, LumoValue *args, int) noexcept {
+    FrameGuard(
+        [&] {
+            LumoLibCheckType(LUMO_MATRIX, args, 0, 2);
+            LumoLibCheckType(LUMO_INT, args, 3, 5);
+            LumoLibCheckType(LUMO_DOUBLE, args, 6, 8);
+            LumoLibCheckType(LUMO_REF, args, 9, 10);
+            const int nobs = FrameRows(args, 0);
+            LumoLibCheckMatrixSize(args, 1, 1, nobs, 1);
+            const int p = FrameInt(args, 3), q = FrameInt(args, 4);
+            if (nobs < 1 || FrameCols(args, 0) != 1 || p < 0 || q < 0) return;
+            const long long maxpq = p > q ? p : q;
+            if (elementCount(args, 2) < 1 + maxpq + p) return;
+            if (!FrameIsRef(args, 9) || !FrameIsRef(args, 10)) return;
+
+            int status = 0;
+            bool made = runIntoOutputs(args, nobs, [&](double *h, double *u) {
+                status = GarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, elements(args, 2), p,
+                                       q, FrameInt(args, 5), FrameDouble(args, 6), FrameDouble(args, 7),
+                                       FrameDouble(args, 8), h, u);
+            });
+            FrameSetInt(result, made ? status : 0);
+        },
+        [&] { FrameSetInt(result, 0); });
+}
+
+// 0 e, 1 x, 2 theta, 3 phi, 4 nu, 5 a (1 x q), 6 b (1 x p), 7 in-mean kind, 8 delta,
+// 9 -> log h, 10 -> u.
+KAVREL_EXPORT void FnEgarchVar(LumoValue *result, LumoValue *args, int) noexcept {
+    FrameGuard(
+        [&] {
+            LumoLibCheckType(LUMO_MATRIX, args, 0, 1);
+            LumoLibCheckType(LUMO_DOUBLE, args, 2, 4);
+            LumoLibCheckType(LUMO_MATRIX, args, 5, 6);
+            LumoLibCheckType(LUMO_INT, args, 7, 7);
+            LumoLibCheckType(LUMO_DOUBLE, args, 8, 8);
+            LumoLibCheckType(LUMO_REF, args, 9, 10);
+            const int nobs = FrameRows(args, 0);
+            LumoLibCheckMatrixSize(args, 1, 1, nobs, 1);
+            if (nobs < 1 || FrameCols(args, 0) != 1) return;
+            // The lag orders are the column counts; the coefficients are read from the first row.
+            const int q = FrameCols(args, 5), p = FrameCols(args, 6);
+            if (q < 0 || p < 0 || (q > 0 && FrameRows(args, 5) < 1) || (p > 0 && FrameRows(args, 6) < 1)) return;
+            if (!FrameIsRef(args, 9) || !FrameIsRef(args, 10)) return;
+
+            // A scratch failure inside zeroes both outputs and still counts as a completed call.
+            bool made = runIntoOutputs(args, nobs, [&](double *logh, double *u) {
+                EgarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, FrameDouble(args, 2),
+                               FrameDouble(args, 3), FrameDouble(args, 4), q > 0 ? FrameMatrix(args, 5)[0] : nullptr,
+                               q, p > 0 ? FrameMatrix(args, 6)[0] : nullptr, p, FrameInt(args, 7),
+                               FrameDouble(args, 8), logh, u);
+            });
+            FrameSetInt(result, made ? 1 : 0);
+        },
+        [&] { FrameSetInt(result, 0); });
+}
