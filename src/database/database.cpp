@@ -238,7 +238,7 @@ template <class Keep> bool rebuildKeeping(Database *db, int selector, int64_t ke
     }
     ColumnRelease(held);
     db->obsCount = static_cast<int32_t>(kept);
-    dbSampleSetCount(db->sample, kept);
+    SampleSetCount(&db->sample, static_cast<int>(kept));
     dbAnnounce(db);
     return !lost;
 }
@@ -328,35 +328,6 @@ int dbEnsureColumnLength(Database *db, int64_t n) {
     return 1;
 }
 
-int64_t dbSampleCount(const int32_t *s) {
-    return static_cast<int64_t>(s[SAMPLE_END_YEAR] - static_cast<int64_t>(s[SAMPLE_START_YEAR])) * s[SAMPLE_FREQUENCY] -
-           s[SAMPLE_START_PERIOD] + s[SAMPLE_END_PERIOD] + 1;
-}
-
-void dbSampleSetCount(int32_t *s, int64_t n) {
-    const int64_t f = s[SAMPLE_FREQUENCY] > 0 ? s[SAMPLE_FREQUENCY] : 1;
-    const int64_t t = n - 1;
-    const int64_t sp = s[SAMPLE_START_PERIOD];
-    int64_t year = s[SAMPLE_START_YEAR] + t / f;
-    if (sp + t - f * (t / f) > f) ++year;
-    int64_t period = sp + t % f;
-    if (period > f) period -= f;
-    s[SAMPLE_END_YEAR] = static_cast<int32_t>(year);
-    s[SAMPLE_END_PERIOD] = static_cast<int32_t>(period);
-}
-
-void dbSampleMoveStart(int32_t *s, int64_t a) {
-    const int64_t f = s[SAMPLE_FREQUENCY] > 0 ? s[SAMPLE_FREQUENCY] : 1;
-    int64_t total = static_cast<int64_t>(s[SAMPLE_START_YEAR]) * f + (s[SAMPLE_START_PERIOD] - 1) - a;
-    int64_t year = total / f, rem = total % f;
-    if (rem < 0) {
-        rem += f;
-        --year;
-    }
-    s[SAMPLE_START_YEAR] = static_cast<int32_t>(year);
-    s[SAMPLE_START_PERIOD] = static_cast<int32_t>(rem + 1);
-}
-
 // ---- Life cycle and the table ------------------------------------------------------------
 
 Database *DbCreate(const char *name, int capacity) {
@@ -400,8 +371,7 @@ Database *DbCreate(const char *name, int capacity) {
     db->handles = a.handles;
     db->varInfo = a.info;
     db->capacity = capacity;
-    const int32_t initial[SAMPLE_WORDS] = {1996, 1, 2005, 1, 1};
-    std::memcpy(db->sample, initial, sizeof initial);
+    db->sample = Sample{1996, 1, 2005, 1, 1};
     db->obsCount = 10;
     if (slot >= 0) {
         g_table[slot] = db;
@@ -713,15 +683,13 @@ int DbDeleteObservationRange(Database *db, int first, int last) {
 
 // ---- Sample ----------------------------------------------------------------------------------
 
-int DbSetSample(Database *db, const int32_t sample[SAMPLE_WORDS]) {
-    if (!db || !sample) return 0;
-    if (std::memcmp(db->sample, sample, sizeof db->sample) == 0) return 1;
-    int32_t s[SAMPLE_WORDS];
-    std::memcpy(s, sample, sizeof s);
-    const int32_t f = s[SAMPLE_FREQUENCY];
-    int64_t n = dbSampleCount(s);
-    if (f < 1 || s[SAMPLE_START_PERIOD] < 1 || s[SAMPLE_START_PERIOD] > f || s[SAMPLE_END_PERIOD] < 1 ||
-        s[SAMPLE_END_PERIOD] > f || n < 1) {
+int DbSetSample(Database *db, const Sample &sample) {
+    if (!db) return 0;
+    if (std::memcmp(&db->sample, &sample, sizeof sample) == 0) return 1;
+    Sample s = sample;
+    const int32_t f = s.frequency;
+    int64_t n = SampleObsCount(s); // clamped to the int range, so the limit test below is safe
+    if (f < 1 || s.startPeriod < 1 || s.startPeriod > f || s.endPeriod < 1 || s.endPeriod > f || n < 1) {
         ReportError("Invalid sample");
         return 0;
     }
@@ -730,14 +698,14 @@ int DbSetSample(Database *db, const int32_t sample[SAMPLE_WORDS]) {
         std::snprintf(msg, sizeof msg, "Truncated number of observations to %d", DB_MAX_OBS);
         ReportWarning(msg);
         n = DB_MAX_OBS;
-        dbSampleSetCount(s, n);
+        SampleSetCount(&s, DB_MAX_OBS);
     }
     // Columns keep their storage, but none may be shorter than the sample.
     if (!dbEnsureColumnLength(db, n)) return 0;
     DbUndoEntry *e = dbUndoPush(db, DB_UNDO_SAMPLE, true);
     dbUndoSetSample(e, db->sample, db->obsCount);
     db->modified = 1;
-    std::memcpy(db->sample, s, sizeof s);
+    db->sample = s;
     db->obsCount = static_cast<int32_t>(n);
     dbAnnounce(db);
     return 1;
@@ -762,8 +730,7 @@ int DbExtendSample(Database *db, int a, int b) {
     double spacing = 1.0;
     if (dated) {
         const double first = db->columns[0][0], last = db->columns[0][T - 1];
-        const double span = static_cast<double>(static_cast<long long>(last) - static_cast<long long>(first) + 1);
-        daysPerWeek = static_cast<int>(std::floor(static_cast<double>(T) / (span / 7.0) + 0.5));
+        daysPerWeek = DbDaysPerWeek(db);
         if (T > 1) spacing = std::floor((last - first) / static_cast<double>(T - 1) + 0.5);
         if (spacing < 1.0) spacing = 1.0;
     }
@@ -783,8 +750,13 @@ int DbExtendSample(Database *db, int a, int b) {
         db->varFlags[i] |= DB_VAR_CHANGED;
     }
     db->obsCount = static_cast<int32_t>(N);
-    if (a != 0) dbSampleMoveStart(db->sample, a);
-    dbSampleSetCount(db->sample, N);
+    if (a != 0) {
+        // Negative indices count back from the start.
+        const int year = SampleYearOfObs(-a, db->sample), period = SamplePeriodOfObs(-a, db->sample);
+        db->sample.startYear = year;
+        db->sample.startPeriod = period;
+    }
+    SampleSetCount(&db->sample, static_cast<int>(N));
     if (dated && db->varCount > 0) {
         const int64_t lo = a > 0 ? a : 0;
         const int64_t hi = (a + T - 1 < N - 1) ? a + T - 1 : N - 1;
@@ -792,6 +764,25 @@ int DbExtendSample(Database *db, int a, int b) {
     }
     dbAnnounce(db);
     return lost ? 0 : 1;
+}
+
+char *DbFrequencyName(const Database *db, char *out, size_t size) {
+    if (!db) {
+        if (out && size) out[0] = '\0';
+        return out;
+    }
+    const int dated = DbIsDated(db);
+    return SampleFrequencyName(out, size, db->sample, db->obsCount, dated, DbDateAt(db, 0), DbDateAt(db, db->obsCount - 1));
+}
+
+int DbDaysPerWeek(const Database *db) {
+    if (!db) return 0;
+    return SampleDaysPerWeek(db->sample, db->obsCount, DbIsDated(db), DbDateAt(db, 0), DbDateAt(db, db->obsCount - 1));
+}
+
+int DbObsPerYear(const Database *db) {
+    if (!db) return 0;
+    return SampleObsPerYear(db->sample, db->obsCount, DbIsDated(db), DbDateAt(db, 0), DbDateAt(db, db->obsCount - 1));
 }
 
 // ---- Batches ---------------------------------------------------------------------------------

@@ -6,13 +6,13 @@
 #ifndef KAVREL_DATABASE_DATABASE_H
 #define KAVREL_DATABASE_DATABASE_H
 
+#include <cstddef>
 #include <cstdint>
+
+#include "database/calendar.h"
 
 struct DataColumn;
 struct DbUndoEntry;
-
-// The sample record, always copied and compared as one unit.
-enum { SAMPLE_START_YEAR = 0, SAMPLE_START_PERIOD, SAMPLE_END_YEAR, SAMPLE_END_PERIOD, SAMPLE_FREQUENCY, SAMPLE_WORDS };
 
 // Variable flags.
 enum {
@@ -52,7 +52,7 @@ struct Database {
     int32_t obsCount;
     double **columns;       // data of variable i, inside handles[i]
     char **names;
-    int32_t sample[SAMPLE_WORDS];
+    Sample sample;
     char *description;      // may be null
     char **varDescriptions; // entries may be null
     int32_t *varFlags;
@@ -133,9 +133,14 @@ int DbDeleteObservationRange(Database *db, int first, int last);
 // --- Sample -------------------------------------------------------------------------------
 
 // 1 set (or unchanged), 0 refused ("Invalid sample", or memory for longer columns).
-int DbSetSample(Database *db, const int32_t sample[SAMPLE_WORDS]);
-// Adds a observations before the start and b after the end (negative counts drop them).
+int DbSetSample(Database *db, const Sample &sample);
+// Adds a observations before the start and b after the end (negative counts drop them). A
+// dated database gets its date column continued (see docs/database.md).
 int DbExtendSample(Database *db, int a, int b);
+// Frequency facts of the database (texts and rules in calendar.h).
+char *DbFrequencyName(const Database *db, char *out, size_t size);
+int DbDaysPerWeek(const Database *db);
+int DbObsPerYear(const Database *db);
 
 // --- Undo and batches ---------------------------------------------------------------------
 

@@ -21,12 +21,6 @@ void dbDropVariable(Database *db, int index);
 // memory runs out, the database then unchanged.
 int dbEnsureColumnLength(Database *db, int64_t n);
 
-// Sample arithmetic on the five-word record (integer division truncates toward zero).
-int64_t dbSampleCount(const int32_t *s);
-void dbSampleSetCount(int32_t *s, int64_t n);
-// Moves the start back by a periods (forward for negative a).
-void dbSampleMoveStart(int32_t *s, int64_t a);
-
 // --- Undo recording (undo.cpp) ---
 // A new entry of kind as the newest of the chain, or null when undo is off or suspended, or
 // when memory runs out (the whole chain is then discarded, so that undo never applies a step
@@ -46,7 +40,7 @@ void dbUndoSetText(DbUndoEntry *e, char *owned);
 void dbUndoSetVariable(DbUndoEntry *e, int index, int count);
 void dbUndoSetColumn(DbUndoEntry *e, DataColumn *owned, int32_t flags);
 void dbUndoSetInfo(DbUndoEntry *e, const DbVarInfo &info);
-void dbUndoSetSample(DbUndoEntry *e, const int32_t *sample, int32_t obsCount);
+void dbUndoSetSample(DbUndoEntry *e, const Sample &sample, int32_t obsCount);
 // Adds variable and observation ranges to the newest entry when it is a full snapshot.
 void dbUndoAddRange(Database *db, int firstVar, int lastVar, int firstObs, int lastObs);
 void dbUndoFreeChain(Database *db);

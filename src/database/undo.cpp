@@ -23,7 +23,7 @@ struct DbUndoEntry {
     DataColumn *column;  // kinds 2, 10 (owned reference)
     int32_t flags;       // kinds 2, 9, 10
     DbVarInfo info;      // kind 12
-    int32_t sample[SAMPLE_WORDS];
+    Sample sample;
     int32_t obsCount;    // kinds 3, 4, 5, 11
     // Full snapshots (kinds 4, 5, 11).
     int32_t snapVars;
@@ -107,7 +107,7 @@ void restoreSnapshot(Database *db, DbUndoEntry *e) {
     }
     db->varCount = e->snapVars;
     e->snapVars = 0; // the database owns the contents now
-    std::memcpy(db->sample, e->sample, sizeof db->sample);
+    db->sample = e->sample;
     db->obsCount = e->obsCount;
 }
 
@@ -127,7 +127,7 @@ bool applyEntry(Database *db, DbUndoEntry *e) {
         break;
     case DB_UNDO_SAMPLE:
         if (!dbEnsureColumnLength(db, e->obsCount)) return false;
-        std::memcpy(db->sample, e->sample, sizeof db->sample);
+        db->sample = e->sample;
         db->obsCount = e->obsCount;
         break;
     case DB_UNDO_RANGE:
@@ -239,7 +239,7 @@ int dbUndoSnapshot(Database *db, int kind, bool copyData, bool newStep) {
         dbUndoFreeChain(db);
         return 0;
     }
-    std::memcpy(e->sample, db->sample, sizeof e->sample);
+    e->sample = db->sample;
     e->obsCount = db->obsCount;
     return 1;
 }
@@ -264,9 +264,9 @@ void dbUndoSetInfo(DbUndoEntry *e, const DbVarInfo &info) {
     if (e) e->info = info;
 }
 
-void dbUndoSetSample(DbUndoEntry *e, const int32_t *sample, int32_t obsCount) {
+void dbUndoSetSample(DbUndoEntry *e, const Sample &sample, int32_t obsCount) {
     if (!e) return;
-    std::memcpy(e->sample, sample, sizeof e->sample);
+    e->sample = sample;
     e->obsCount = obsCount;
 }
 
