@@ -1,0 +1,207 @@
+// Sample arithmetic against a walk along the (year, period) grid, the period and frequency
+// texts, the date-value texts and the current-time texts under a fixed clock.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "database/calendar.h"
+#include "matrix/matrix.h"
+
+namespace {
+
+void step(int *y, int *p, int f, int dir) {
+    *p += dir;
+    if (*p > f) *p = 1, ++*y;
+    if (*p < 1) *p = f, --*y;
+}
+
+LocalTime g_now;
+void fixedClock(LocalTime *now) { *now = g_now; }
+
+} // namespace
+
+// Every observation of several samples, walked one period at a time, forward and backward.
+TEST(Sample, ArithmeticAgainstAWalk) {
+    const Sample samples[] = {
+        {1990, 3, 1991, 2, 4},  {1950, 1, 2010, 12, 12}, {1996, 1, 2005, 1, 1},
+        {2001, 40, 2003, 7, 52}, {1999, 5, 1999, 5, 7},   {-5, 2, 3, 1, 3},
+    };
+    for (const Sample &s : samples) {
+        SCOPED_TRACE(testing::Message() << s.startYear << "(" << s.startPeriod << ")-" << s.endYear << "("
+                                        << s.endPeriod << ")/" << s.frequency);
+        int y = s.startYear, p = s.startPeriod, t = 0;
+        for (; !(y == s.endYear && p == s.endPeriod); ++t) {
+            ASSERT_EQ(SampleObsIndex(y, p, s), t);
+            ASSERT_EQ(SampleYearOfObs(t, s), y);
+            ASSERT_EQ(SamplePeriodOfObs(t, s), p);
+            step(&y, &p, s.frequency, 1);
+        }
+        EXPECT_EQ(SampleObsCount(s), t + 1);
+        // Before the start: negative indices.
+        y = s.startYear, p = s.startPeriod;
+        for (int k = -1; k >= -3 * s.frequency - 2; --k) {
+            step(&y, &p, s.frequency, -1);
+            ASSERT_EQ(SampleYearOfObs(k, s), y) << k;
+            ASSERT_EQ(SamplePeriodOfObs(k, s), p) << k;
+            ASSERT_EQ(SampleObsIndex(y, p, s), k);
+        }
+        // Moving the end, and the start from the end, for every count from 1 to 2n.
+        const int n = SampleObsCount(s);
+        for (int c = 1; c <= 2 * n; ++c) {
+            Sample a = s;
+            SampleSetCount(&a, c);
+            ASSERT_EQ(a.endYear, SampleYearOfObs(c - 1, s));
+            ASSERT_EQ(a.endPeriod, SamplePeriodOfObs(c - 1, s));
+            ASSERT_EQ(SampleObsCount(a), c);
+            Sample b = s;
+            SampleSetStartFromEnd(&b, c);
+            ASSERT_EQ(b.endYear, s.endYear);
+            ASSERT_EQ(b.endPeriod, s.endPeriod);
+            ASSERT_TRUE(b.startPeriod >= 1 && b.startPeriod <= s.frequency);
+            ASSERT_EQ(SampleObsCount(b), c);
+        }
+    }
+    const Sample q = {1990, 3, 1991, 2, 4};
+    EXPECT_EQ(SampleObsCount(q), 4);
+    EXPECT_EQ(SampleYearOfObs(2, q), 1991);
+    EXPECT_EQ(SamplePeriodOfObs(2, q), 1);
+}
+
+TEST(Sample, BadRecordsStayDefined) {
+    const Sample zero = {2000, 1, 2004, 1, 0}; // frequency 0 is taken as 1
+    EXPECT_EQ(SampleObsCount(zero), 5);
+    EXPECT_EQ(SampleYearOfObs(3, zero), 2003);
+    const Sample wide = {-2000000000, 1, 2000000000, 1, 1000};
+    EXPECT_EQ(SampleObsCount(wide), 2147483647); // clamped
+    SampleSetCount(nullptr, 3);
+    SampleSetStartFromEnd(nullptr, 3);
+}
+
+TEST(Sample, FormatPeriod) {
+    struct Row {
+        Sample s;
+        int y, p;
+        const char *want;
+    } rows[] = {
+        {{1990, 1, 2000, 1, 1}, 1995, 1, "1995"},
+        {{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
+        {{1990, 1, 2000, 4, 4}, 1995, 3, "1995(3)"},
+        {{1990, 1, 2000, 12, 12}, 1995, 3, "1995( 3)"},
+        {{1990, 1, 2000, 12, 12}, 1995, 11, "1995(11)"},
+        {{1000, 1, 1999, 12, 12}, 1995, 3, " 1995(  3)"}, // 12,000 observations
+        {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"},
+        {{1990, 1, 2000, 52, 52}, 1990, 7, "1990( 7)"},
+    };
+    for (const Row &r : rows) {
+        char out[KV_DATE_TEXT_MAX];
+        EXPECT_STREQ(FormatPeriod(out, sizeof out, r.y, r.p, r.s), r.want);
+    }
+}
+
+TEST(Sample, FrequencyFacts) {
+    const double first = JulianDay(2001, 1, 1);
+    struct Row {
+        Sample s;
+        int nobs, dated;
+        double first, last;
+        const char *name;
+        int daysPerWeek, obsPerYear;
+    } rows[] = {
+        {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},
+        {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
+        {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},
+        {{1990, 1, 2000, 4, 4}, 44, 0, 0, 0, "Quarterly", 0, 4},
+        {{1990, 1, 2000, 12, 12}, 132, 0, 0, 0, "Monthly", 0, 12},
+        {{1990, 1, 2000, 52, 52}, 572, 0, 0, 0, "Weekly (52/year)", 1, 52},
+        {{1990, 1, 2000, 5, 26}, 265, 0, 0, 0, "Frequency 26", 0, 26},
+        // Dated: 260 working days over 52 weeks, 52 Mondays, 12 month starts, one day.
+        {{1, 1, 260, 1, 1}, 260, 1, first, first + 363, "Daily (5 days/week)", 5, 261},
+        {{1, 1, 52, 1, 1}, 52, 1, first, first + 357, "Weekly", 1, 53},
+        {{1, 1, 12, 1, 1}, 12, 1, first, first + 334, "Dated", 0, 13},
+        {{1, 1, 365, 1, 1}, 365, 1, first, first + 364, "Daily (7 days/week)", 7, 365},
+        {{1, 1, 3, 1, 1}, 3, 1, first, first - 5, "Dated", 0, 0}, // dates out of order
+    };
+    for (const Row &r : rows) {
+        char out[KV_DATE_TEXT_MAX];
+        EXPECT_STREQ(SampleFrequencyName(out, sizeof out, r.s, r.nobs, r.dated, r.first, r.last), r.name);
+        EXPECT_EQ(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last), r.daysPerWeek) << r.name;
+        EXPECT_EQ(SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last), r.obsPerYear) << r.name;
+    }
+}
+
+TEST(DateText, FormatDateValue) {
+    const double d2000 = 2451545.0; // 2000-01-01, a Saturday
+    const double t1345 = TimeToDayFraction(13, 45, 30, 25);
+    const double t1345z = TimeToDayFraction(13, 45, 0, 0);
+    struct Row {
+        double v;
+        int weekday, zeroTime, space, seconds;
+        const char *want;
+    } rows[] = {
+        {MissingValueOf(), 1, 1, 1, 1, "."},
+        {0.0, 0, 0, 0, 0, "00:00"},
+        {0.0, 1, 1, 1, 1, "00:00:00"},
+        {d2000 + 0.5, 0, 0, 0, 0, "2000-01-01T12:00"},
+        {d2000 + 0.5, 0, 0, 1, 1, "2000-01-01 12:00:00"},
+        {d2000, 0, 0, 0, 0, "2000-01-01"},
+        {d2000, 1, 0, 0, 0, "2000-01-01 Sat"},
+        {d2000, 0, 1, 1, 1, "2000-01-01 00:00:00"},
+        {d2000, 0, 1, 0, 0, "2000-01-01T00:00"},
+        {d2000, 1, 1, 0, -1, "2000-01-01 SatT00:00"},
+        {d2000 + t1345, 0, 0, 0, 0, "2000-01-01T13:45:30.25"},
+        {d2000 + t1345, 0, 0, 0, -1, "2000-01-01T13:45"},
+        {d2000 + t1345, 0, 0, 0, 2, "2000-01-01T13:45.25"},
+        {d2000 + t1345z, 0, 0, 0, 0, "2000-01-01T13:45"},
+        {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},
+        {t1345, 0, 0, 0, 0, "13:45:30.25"},
+        {TimeToDayFraction(0, 0, 1, 0), 0, 0, 1, 0, "00:00:01"},
+        {static_cast<double>(JulianDay(-44, 3, 15)), 0, 0, 0, 0, "-44-03-15"},
+        {1721424.0, 0, 0, 0, 0, "1-01-01"},
+        {1e300, 0, 0, 0, 0, "."},
+        {-1e300, 0, 0, 0, 0, "."},
+    };
+    for (const Row &r : rows) {
+        char out[KV_DATE_TEXT_MAX];
+        EXPECT_STREQ(FormatDateValue(out, sizeof out, r.v, r.weekday, r.zeroTime, r.space, r.seconds), r.want)
+            << r.want;
+    }
+    char small[6];
+    EXPECT_STREQ(FormatDateValue(small, sizeof small, d2000, 1, 1, 1, 1), "2000-");
+}
+
+TEST(DateText, CurrentTimeUnderAFixedClock) {
+    SetLocalClock(fixedClock);
+    struct Row {
+        int day;
+        const char *suffix;
+    } rows[] = {{1, "st"},  {2, "nd"},  {3, "rd"},  {4, "th"},  {10, "th"}, {11, "th"},
+                {12, "th"}, {13, "th"}, {19, "th"}, {20, "th"}, {21, "st"}, {22, "nd"},
+                {23, "rd"}, {24, "th"}, {30, "th"}, {31, "st"}};
+    char out[KV_DATE_TEXT_MAX];
+    for (const Row &r : rows) {
+        g_now = {2024, 3, r.day, 14, 5, 9, 0};
+        std::string want = "14:05:09 on " + std::to_string(r.day) + r.suffix + " March 2024";
+        EXPECT_EQ(std::string(FormatTimestamp(out, sizeof out)), want);
+    }
+    g_now = {2024, 1, 3, 9, 5, 9, 0};
+    EXPECT_STREQ(FormatTimestamp(out, sizeof out), " 9:05:09 on 3rd January 2024");
+    EXPECT_STREQ(FormatToday(out, sizeof out), " 3-01-2024");
+    EXPECT_STREQ(FormatClock(out, sizeof out), " 9:05:09");
+    EXPECT_STREQ(FormatFileTime(out, sizeof out, &g_now), "2024-01-03  9:05:09");
+    EXPECT_STREQ(FormatFileTime(out, sizeof out, nullptr), "0000-00-00");
+    SetLocalClock(nullptr);
+    EXPECT_EQ(std::strlen(FormatToday(out, sizeof out)), 10u); // the system clock again
+}
+
+TEST(DateText, Elapsed) {
+    struct Row {
+        double seconds;
+        const char *want;
+    } rows[] = {{0.0, " 0:00:00.00"},     {3723.456, " 1:02:03.46"}, {59.999, " 0:01:00.00"},
+                {360000.0, "100:00:00.00"}, {-5.0, " 0:00:00.00"},  {1e300, " 0:00:00.00"}};
+    for (const Row &r : rows) {
+        char out[KV_DATE_TEXT_MAX];
+        EXPECT_STREQ(FormatElapsed(out, sizeof out, r.seconds), r.want);
+    }
+}
