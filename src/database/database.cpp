@@ -9,6 +9,7 @@
 #include "database/column.h"
 #include "database/dbinternal.h"
 #include "database/messages.h"
+#include "database/output.h"
 #include "matrix/alloc.h"
 #include "matrix/matrix.h"
 
@@ -17,7 +18,6 @@ namespace {
 bool g_tableOn = false;
 Database *g_table[DB_TABLE_SLOTS];
 char g_lastName[256];
-DbChangeHookFn g_hook = nullptr;
 
 int lowerAscii(int c) { return (c >= 'A' && c <= 'Z') ? c + ('a' - 'A') : c; }
 
@@ -278,9 +278,8 @@ char *dbCopyText(const char *s, size_t max) {
     return p;
 }
 
-void dbAnnounce(Database *db) {
-    if (g_hook) g_hook(db);
-}
+// Changes are announced to the host through the output channel's notification callback.
+void dbAnnounce(Database *) { OutputNotify(); }
 
 void dbDropVariable(Database *db, int index) {
     ColumnRelease(db->handles[index]);
@@ -407,7 +406,6 @@ void DbTableEnable(int on) {
 
 int DbTableIsEnabled() { return g_tableOn ? 1 : 0; }
 const char *DbTableLastName() { return g_lastName; }
-void DbSetChangeHook(DbChangeHookFn hook) { g_hook = hook; }
 
 // ---- Variables ------------------------------------------------------------------------------
 

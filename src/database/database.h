@@ -2,7 +2,8 @@
 // per-variable arrays (capacity slots each) and holds every column through a reference-counted
 // DataColumn, so that undo snapshots can keep old columns without copying them. Every change
 // goes through the operations below, which keep the variable flags, the modified mark and the
-// undo chain right. Database names compare without regard to case, variable names exactly.
+// undo chain right, and announce themselves through OutputNotify. Database names compare
+// without regard to case, variable names exactly.
 #ifndef KAVREL_DATABASE_DATABASE_H
 #define KAVREL_DATABASE_DATABASE_H
 
@@ -83,10 +84,6 @@ void DbTableEnable(int on);
 int DbTableIsEnabled();
 // Name of the database created or named last ("" when none).
 const char *DbTableLastName();
-
-// Called after every change that a Database announces; null (the default) calls nothing.
-typedef void (*DbChangeHookFn)(Database *db);
-void DbSetChangeHook(DbChangeHookFn hook);
 
 // --- Variables ------------------------------------------------------------------------------
 
