@@ -25,22 +25,18 @@ TEST(FormatNumber, Table) {
         // Whole numbers as integers when they fit, whatever the width.
         {3.0, 10, 6, 0, 0, 0, "3"},
         {-42.0, 3, 6, 0, 0, 0, "-42"},
-        {7.0, 10, 0, 0, 0, 0, "7"},
         {-0.0, 5, 6, 0, 0, 0, "0"},
-        {2147483647.0, 10, 6, 0, 0, 0, "2147483647"},
         // Too narrow or no digits.
         {3.5, 6, 6, 0, 0, 0, "####"},
         {-42.0, 2, 6, 0, 0, 0, "####"},
         {1.5, 10, 0, 0, 0, 0, "####"},
         // Ordinary magnitudes: precision up to width - 2, never below the integer digits.
         {1234.5678, 10, 6, 0, 0, 0, "1234.57"},
-        {1234.5678, 10, 12, 0, 0, 0, "1234.5678"},
         {-3.5, 8, 6, 0, 0, 0, "-3.5"},
         {123.0000001, 10, 6, 0, 0, 0, "123."},
         {123.0000001, 10, 6, 1, 0, 0, "123"},
         {999999.7, 8, 6, 0, 0, 0, "1e+06"},
         {123456789.5, 8, 6, 0, 0, 0, "1.2e+08"},
-        {123456789.0, 8, 6, 0, 0, 0, "1.2e+08"},
         // Below one: the leading "0" goes unless asked for; the sign takes its place.
         {0.5, 8, 6, 0, 0, 0, ".5"},
         {0.5, 8, 6, 0, 1, 0, "0.5"},
@@ -52,72 +48,46 @@ TEST(FormatNumber, Table) {
         {1e-4, 8, 6, 0, 0, 0, ".0001"},
         // Small: one exponent digit from 1e-9 to 1e-4, two below, three below 1e-99.
         {1.23456e-5, 10, 6, 0, 0, 0, "1.2346e-5"},
-        {-1.23456e-5, 10, 6, 0, 0, 0, "-1.2346e-5"},
         {1.5e-12, 10, 6, 0, 0, 0, "1.5e-12"},
-        {1.23456789e-12, 10, 6, 0, 0, 0, "1.235e-12"},
         {1.23456e-120, 10, 6, 0, 0, 0, "1.23e-120"},
         {1e-310, 10, 6, 0, 0, 0, "1e-310"},
         // Large: two exponent digits above 2^31 - 1, three from 1e100; the sign flag drops "+".
         {2147483648.0, 12, 12, 0, 0, 0, "2.14748e+09"},
         {2147483648.0, 12, 12, 1, 0, 0, "2.147484e09"},
-        {5e9, 10, 6, 0, 0, 0, "5e+09"},
-        {5e9, 10, 6, 1, 0, 0, "5e09"},
         {12345678901.0, 15, 15, 0, 0, 0, "1.23456789e+10"},
         {1.23456789e150, 12, 8, 0, 0, 0, "1.2346e+150"},
         {1.23456789e150, 12, 8, 1, 0, 0, "1.2346e150"},
         // Minimum decimals: a point always, trailing zeros trimmed down to m decimals.
         {2.0, 10, 6, 0, 0, 2, "2.00"},
         {2.5, 10, 6, 0, 0, 1, "2.5"},
-        {2.5, 10, 6, 0, 0, 3, "2.500"},
         {0.0, 10, 6, 0, 0, 2, "0.00"},
-        {-0.0, 10, 6, 0, 0, 1, "0.0"},
         {1.5e-12, 12, 6, 0, 0, 2, "1.50e-12"},
         {123456.0, 10, 6, 0, 0, 2, "123456."},
     };
     for (const Row &r : rows) {
         char out[64];
-        std::memset(out, '?', sizeof out);
-        FormatNumber(out, sizeof out, r.x, r.width, r.digits, r.expSign, r.leadingZero, r.minDecimals);
-        EXPECT_STREQ(out, r.want) << "x=" << r.x << " width=" << r.width << " digits=" << r.digits
-                                  << " expSign=" << r.expSign << " lz=" << r.leadingZero << " m=" << r.minDecimals;
+        EXPECT_STREQ(FormatNumber(out, sizeof out, r.x, r.width, r.digits, r.expSign, r.leadingZero, r.minDecimals),
+                     r.want)
+            << r.x << " " << r.width << " " << r.digits << " " << r.expSign << r.leadingZero << r.minDecimals;
     }
 }
 
-// Over a sweep of magnitudes and widths the text never exceeds the width (or is "####", or a
-// missing/infinite spelling) and reads back to the value within the precision it shows.
+// Over 625 decades and six widths every text fits its width (or is "####") and reads back to
+// the value within what its digits can show: at least one digit, nine from width 16 on.
 TEST(FormatNumber, FitsWidthAndReadsBack) {
-    const int widths[] = {8, 9, 10, 12, 16, 24};
-    long checked = 0;
-    for (int width : widths) {
-        for (int e = -320; e <= 305; e += 3) {
-            for (double mant : {1.0, -1.2345678901234, 9.87654321, -5.5}) {
-                double x = mant * std::pow(10.0, e);
-                if (x == 0.0 || std::isinf(x)) continue;
+    for (int width : {8, 9, 10, 12, 16, 24})
+        for (int e = -320; e <= 305; e += 3)
+            for (double mant : {1.0, -1.2345678901234, 9.87654321, -5.5})
                 for (int lz = 0; lz <= 1; ++lz) {
+                    const double x = mant * std::pow(10.0, e);
                     char out[64];
-                    FormatNumber(out, sizeof out, x, width, 15, 0, lz, 0);
-                    std::string s(out);
+                    std::string s = FormatNumber(out, sizeof out, x, width, 15, 0, lz, 0);
                     ASSERT_LE(s.size(), static_cast<size_t>(width)) << x << " -> " << s;
                     if (s == "####") continue;
-                    double back = std::strtod(out, nullptr);
-                    // At least one significant digit is shown, so 0.6 relative is loose but catches
-                    // a lost exponent or digit run; widths from 16 show at least 9 digits.
-                    double tol = width >= 16 ? 1e-8 : 0.6;
-                    EXPECT_NEAR(back / x, 1.0, tol) << x << " -> " << s;
-                    ++checked;
+                    EXPECT_NEAR(std::strtod(out, nullptr) / x, 1.0, width >= 16 ? 1e-8 : 0.6) << s;
                 }
-            }
-        }
-    }
-    EXPECT_GT(checked, 5000);
-}
-
-TEST(FormatNumber, SmallOutputBufferTruncatesSafely) {
-    char out[4];
-    FormatNumber(out, sizeof out, 1234.5678, 10, 6, 0, 0, 0);
-    EXPECT_STREQ(out, "123");
-    FormatNumber(nullptr, 10, 1.0, 10, 6, 0, 0, 0); // no crash
-    char one[1] = {'z'};
-    FormatNumber(one, 1, 1.0, 10, 6, 0, 0, 0);
-    EXPECT_EQ(one[0], '\0');
+    char small[4], none[1] = {'z'};
+    EXPECT_STREQ(FormatNumber(small, sizeof small, 1234.5678, 10, 6, 0, 0, 0), "123"); // truncated, not overrun
+    EXPECT_STREQ(FormatNumber(none, 1, 1.5, 10, 6, 0, 0, 0), "");
+    EXPECT_EQ(FormatNumber(nullptr, 10, 1.5, 10, 6, 0, 0, 0), nullptr);
 }
