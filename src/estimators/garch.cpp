@@ -21,7 +21,9 @@ inline double capLogVariance(double s) { return s > kLogVarianceCap ? kLogVarian
 
 // sigma-bar^2 = (1/T) sum e_t^2: one running sum in increasing index order, as every inner
 // product of the library. All terms are non-negative, so the relative error stays below T eps.
-double meanSquare(const double *e, int nobs) {
+// Kept out of line: inlined into the large callers, its running sum was spilled to the stack on
+// every iteration.
+[[gnu::noinline]] double meanSquare(const double *e, int nobs) {
     double sum = 0.0;
     for (int t = 0; t < nobs; ++t) sum += e[t] * e[t];
     return sum / nobs;
@@ -84,10 +86,59 @@ template <int Kind, bool Threshold> void garchMain(const GarchParams &g, int t0)
     }
 }
 
+// The same recursion for orders known at compile time: the lags live in registers, so the
+// chain from h_{t-1} and u_{t-1} to h_t does not pass through memory. Same arithmetic, same order.
+template <int Kind, bool Threshold, int P, int Q> void garchMainFixed(const GarchParams &g, int t0) {
+    constexpr int NP = P > 0 ? P : 1, NQ = Q > 0 ? Q : 1;
+    double alpha[NQ] = {}, beta[NP] = {}, hl[NP] = {}, ul[NQ] = {}; // hl[j-1] = h_{t-j}, ul[i-1] = u_{t-i}
+    for (int i = 0; i < Q; ++i) alpha[i] = g.alpha[i], ul[i] = g.u[t0 - 1 - i];
+    for (int j = 0; j < P; ++j) beta[j] = g.beta[j], hl[j] = g.h[t0 - 1 - j];
+    const double *e = g.e, *x = g.x;
+    double *h = g.h, *u = g.u;
+    const double kappa = g.kappa, gamma = g.gamma, delta = g.delta;
+    double uprev = g.u[t0 - 1];
+    for (int t = t0; t < g.nobs; ++t) {
+        double s = x[t];
+        for (int i = 0; i < Q; ++i) {
+            double d = ul[i] - kappa;
+            s += alpha[i] * (d * d);
+        }
+        for (int j = 0; j < P; ++j) s += beta[j] * hl[j];
+        if constexpr (Threshold) {
+            double d = uprev - kappa;
+            s += uprev < kappa ? gamma * (d * d) : 0.0;
+        }
+        const double ut = garchResidual<Kind>(e[t], delta, s);
+        h[t] = s;
+        u[t] = ut;
+        for (int j = P - 1; j > 0; --j) hl[j] = hl[j - 1];
+        for (int i = Q - 1; i > 0; --i) ul[i] = ul[i - 1];
+        if constexpr (P > 0) hl[0] = s;
+        if constexpr (Q > 0) ul[0] = ut;
+        uprev = ut;
+    }
+}
+
+template <int Kind, bool Threshold> void garchMainOrders(const GarchParams &g, int t0) {
+    if (t0 >= g.nobs) return;
+    switch (g.p > 2 || g.q > 2 ? -1 : 3 * g.p + g.q) {
+    case 0: garchMainFixed<Kind, Threshold, 0, 0>(g, t0); break;
+    case 1: garchMainFixed<Kind, Threshold, 0, 1>(g, t0); break;
+    case 2: garchMainFixed<Kind, Threshold, 0, 2>(g, t0); break;
+    case 3: garchMainFixed<Kind, Threshold, 1, 0>(g, t0); break;
+    case 4: garchMainFixed<Kind, Threshold, 1, 1>(g, t0); break;
+    case 5: garchMainFixed<Kind, Threshold, 1, 2>(g, t0); break;
+    case 6: garchMainFixed<Kind, Threshold, 2, 0>(g, t0); break;
+    case 7: garchMainFixed<Kind, Threshold, 2, 1>(g, t0); break;
+    case 8: garchMainFixed<Kind, Threshold, 2, 2>(g, t0); break;
+    default: garchMain<Kind, Threshold>(g, t0); break;
+    }
+}
+
 template <int Kind> void garchMainDispatch(const GarchParams &g, int t0) {
     // Unordered test: a NaN gamma counts as non-zero and adds its NaN where the test holds.
-    if (!(g.gamma == 0.0)) garchMain<Kind, true>(g, t0);
-    else garchMain<Kind, false>(g, t0);
+    if (!(g.gamma == 0.0)) garchMainOrders<Kind, true>(g, t0);
+    else garchMainOrders<Kind, false>(g, t0);
 }
 
 struct EgarchParams {
