@@ -93,7 +93,7 @@ void fill(Data *d, Design design, uint64_t seed) {
     for (int j = 0; j < d->k; ++j)
         for (int t = 0; t < d->count; ++t) d->x.get()[j][t] = j == 0 ? 1.0 + 0.3 * g.next() : g.next();
     for (int e = 0; e < d->n; ++e)
-        for (int t = 0; t < d->count; ++t) d->y.get()[e][t] = 0.5 * e + d->x.get()[0][t] - 2.0 * d->x.get()[1][t] + 0.1 * g.next();
+        for (int t = 0; t < d->count; ++t) d->y.get()[e][t] = 0.5 * e + d->x.get()[0][t] - 2.0 * d->x.get()[d->k - 1][t] + 0.1 * g.next();
     MATRIX x = d->x.get();
     for (int t = 0; t < d->count; ++t) {
         switch (design) {
