@@ -42,7 +42,6 @@ int JulianDay(int year, int month, int day) {
     }
     double j = std::floor(30.6001 * static_cast<double>(jm)) + std::floor(365.25 * static_cast<double>(jy)) +
                static_cast<double>(day) + 1720995.0;
-    if (!(j > -4.0e18 && j < 4.0e18)) return -1;
     long long jd = static_cast<long long>(j);
     // The switch key takes the shifted month jm with the year as passed in: the Gregorian
     // correction therefore starts on 15 September 1582 (and covers January and February 1582),
