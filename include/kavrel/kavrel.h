@@ -32,6 +32,9 @@ KAVREL_API void FnGarchVar(LumoValue *result, LumoValue *args, int count) KAVREL
 KAVREL_API void FnEgarchVar(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
 
 /* Probit, logit and the actual-versus-fitted table */
+KAVREL_API void FnBinProbitRz(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnLogitRz(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+KAVREL_API void FnActFitTable(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
 
 /* Markov switching */
 KAVREL_API void FnFilterMS(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;

@@ -1,0 +1,311 @@
+// Probit and multinomial logit likelihoods with their derivatives, and the actual-versus-fitted
+// table. One pass over the observations in order; per observation only O(k) or O(k^2) work over
+// contiguous rows, and all scratch is made before the loop. The information matrices are the
+// expected (Fisher) information, not the negative Hessian: for the probit (Amemiya 1981, eq. 3.8)
+// sum w phi^2 / (P (1 - P)) x x'; for the logit (McFadden 1974) the weighted sum over
+// observations of the covariance, under p_i, of the per-category design vectors. The
+// log-likelihood is summed with Neumaier's compensation in the same observation order.
+#include "estimators/discrete.h"
+
+#include <cmath>
+
+#include "matrix/alloc.h"
+#include "matrix/matrix.h"
+#include "special/distributions.h"
+
+namespace {
+
+// Neumaier's variant of Kahan summation (Neumaier 1974): the order of the terms is kept, the
+// rounding error of each addition is carried separately.
+struct CompensatedSum {
+    double sum = 0.0, carry = 0.0;
+    void add(double v) {
+        double t = sum + v;
+        carry += std::fabs(sum) >= std::fabs(v) ? (sum - t) + v : (v - t) + sum;
+        sum = t;
+    }
+    double value() const { return sum + carry; }
+};
+
+void zeroVector(double *v, int k) {
+    for (int j = 0; j < k; ++j) v[j] = 0.0;
+}
+
+// Copies the lower triangle into the upper one.
+void mirrorLower(MATRIX a, int k) {
+    for (int j = 0; j < k; ++j)
+        for (int l = 0; l < j; ++l) a[l][j] = a[j][l];
+}
+
+// a += s s' over all k x k elements.
+void addOuter(MATRIX a, const double *s, int k) {
+    for (int j = 0; j < k; ++j) {
+        double *row = a[j];
+        double sj = s[j];
+        for (int l = 0; l < k; ++l) row[l] += sj * s[l];
+    }
+}
+
+double dot(const double *a, const double *b, int k) {
+    double s = 0.0;
+    for (int j = 0; j < k; ++j) s += a[j] * b[j];
+    return s;
+}
+
+} // namespace
+
+double ProbitEval(const double *beta, int k, const double *y, MATRIX X, int n, const double *w,
+                  const DiscreteOutputs &out) {
+    if (out.score) zeroVector(out.score, k);
+    if (out.info) MatZero(out.info, k, k);
+    if (out.outer) MatZero(out.outer, k, k);
+    // The per-observation score is kept only for the outer product; without its scratch the
+    // outer product is skipped and stays zero.
+    KvArray<double> obsScore;
+    MATRIX outer = out.outer && obsScore.alloc(static_cast<size_t>(k)) ? out.outer : nullptr;
+    double *si = obsScore.get();
+
+    CompensatedSum llf;
+    for (int i = 0; i < n; ++i) {
+        const double *xi = X[i];
+        double eta = dot(beta, xi, k);
+        double p1 = DistNormalP(eta);
+        // P0 is defined as 1 - P1 and only P0 is clamped: with P1 rounded to 1 the y = 0 term
+        // stays finite at log 2^-104, while P1 = 0 gives log P1 = -inf for y = 1.
+        double p0 = 1.0 - p1;
+        if (p0 < kDiscreteProbFloor) p0 = kDiscreteProbFloor;
+        if (p0 > 1.0) p0 = 1.0;
+        double phi = std::exp(-0.5 * eta * eta) * 0.3989422804014327;
+        if (out.prob) {
+            out.prob[i][0] = p0;
+            out.prob[i][1] = p1;
+        }
+        double code = std::trunc(y[i]);
+        if (!(code == 0.0 || code == 1.0)) {
+            if (out.llfObs) MissingValue(&out.llfObs[i]);
+            continue;
+        }
+        double wi = w ? w[i] : 1.0;
+        double li = wi * std::log(code == 1.0 ? p1 : p0);
+        llf.add(li);
+        if (out.llfObs) out.llfObs[i] = li;
+        if (out.score || outer) {
+            // d l_i / d beta = w (y - P1) phi / (P0 P1) x_i
+            double c = (code - p1) * phi * wi / (p0 * p1);
+            if (out.score)
+                for (int j = 0; j < k; ++j) out.score[j] += c * xi[j];
+            if (outer) {
+                for (int j = 0; j < k; ++j) si[j] = c * xi[j];
+                addOuter(outer, si, k);
+            }
+        }
+        if (out.info) {
+            double c = phi * phi * wi / (p1 * p0);
+            for (int j = 0; j < k; ++j) {
+                double *row = out.info[j];
+                double cj = c * xi[j];
+                for (int l = 0; l <= j; ++l) row[l] += cj * xi[l];
+            }
+        }
+    }
+    if (out.info) mirrorLower(out.info, k);
+    return llf.value();
+}
+
+long LogitParamCount(int m, int kx, int kz) {
+    if (m < 1 || kx < 0 || kz < 0) return -1;
+    long long k = static_cast<long long>(m - 1) * kx + kz / m;
+    if (k > 0x3FFFFFFF) return -1;
+    return static_cast<long>(k);
+}
+
+int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut) {
+    const int n = pb.n, m = pb.m, kx = pb.kx;
+    const int na = pb.kz / m; // attributes with a generic coefficient each
+    const int k = static_cast<int>(LogitParamCount(m, kx, pb.kz));
+    const int xa = (m - 1) * kx; // first attribute parameter
+    const bool grouped = pb.ycols > 1;
+    const bool wantScore = out.score || out.outer;
+
+    // Scratch: probabilities (m); attribute means under p_i (na) for the information; the
+    // per-observation score (k) for the outer product only.
+    size_t need = static_cast<size_t>(m) + (out.info ? na : 0) + (out.outer ? k : 0);
+    KvArray<double> scratch(need);
+    if (!scratch.ok()) return 0;
+    double *p = scratch.get();
+    double *zbar = p + m;
+    double *si = zbar + (out.info ? na : 0);
+
+    if (out.score) zeroVector(out.score, k);
+    if (out.info) MatZero(out.info, k, k);
+    if (out.outer) MatZero(out.outer, k, k);
+    const double *battr = pb.beta + xa;
+
+    CompensatedSum llf;
+    for (int i = 0; i < n; ++i) {
+        const double *xi = kx > 0 ? pb.X[i] : nullptr;
+        const double *zi = na > 0 ? pb.Z[i] : nullptr;
+        // Utilities, and the shift M = max(0, v_ij): the running maximum starts at 0.0, so a
+        // row of utilities all below about -745 underflows to 0/0 and yields NaN probabilities.
+        double shift = 0.0;
+        for (int j = 0; j < m; ++j) {
+            double v = pb.offset && j < pb.ocols ? pb.offset[i][j] : 0.0;
+            if (j >= 1 && kx > 0) v += dot(xi, pb.beta + (j - 1) * kx, kx);
+            for (int a = 0; a < na; ++a) v += zi[a * m + j] * battr[a];
+            p[j] = v;
+            if (v > shift) shift = v;
+        }
+        double total = 0.0;
+        for (int j = 0; j < m; ++j) {
+            p[j] = std::exp(p[j] - shift);
+            total += p[j];
+        }
+        // Clamped, not renormalised.
+        for (int j = 0; j < m; ++j) {
+            double pj = p[j] / total;
+            if (pj < kDiscreteProbFloor) pj = kDiscreteProbFloor;
+            if (pj > 1.0) pj = 1.0;
+            p[j] = pj;
+        }
+        if (out.prob)
+            for (int j = 0; j < m; ++j) out.prob[i][j] = p[j];
+
+        // Outcome: a valid code, or a row of finite non-negative counts.
+        double wi = pb.w ? pb.w[i] : 1.0;
+        const double *yi = pb.y[i];
+        int code = -1;
+        double trials = 1.0;
+        bool valid;
+        if (!grouped) {
+            double c = std::trunc(yi[0]);
+            valid = c >= 0.0 && c < m;
+            if (valid) code = static_cast<int>(c);
+        } else {
+            valid = true;
+            trials = 0.0;
+            for (int j = 0; j < m; ++j) {
+                if (!(yi[j] >= 0.0 && yi[j] < HUGE_VAL)) valid = false;
+                trials += yi[j];
+            }
+        }
+        if (!valid) {
+            if (out.llfObs) MissingValue(&out.llfObs[i]);
+            continue;
+        }
+        double li;
+        if (!grouped) {
+            li = wi * std::log(p[code]);
+        } else {
+            double s = 0.0;
+            for (int j = 0; j < m; ++j)
+                if (yi[j] != 0.0) s += yi[j] * std::log(p[j]);
+            li = wi * s;
+        }
+        llf.add(li);
+        if (out.llfObs) out.llfObs[i] = li;
+
+        if (wantScore) {
+            // s_i = -w sum_j d_ij D_ij, d_ij = N_i p_ij - y_ij (N_i = 1 and y_ij = 1{j = y_i}
+            // for codes), D_ij the design vector of category j.
+            double *s = out.outer ? si : out.score;
+            if (out.outer) zeroVector(si, k);
+            for (int j = 1; j < m; ++j) {
+                double d = grouped ? trials * p[j] - yi[j] : p[j] - (j == code ? 1.0 : 0.0);
+                double c = -wi * d;
+                double *sj = s + (j - 1) * kx;
+                for (int l = 0; l < kx; ++l) sj[l] += c * xi[l];
+            }
+            for (int a = 0; a < na; ++a) {
+                double acc = 0.0;
+                for (int j = 0; j < m; ++j) {
+                    double d = grouped ? trials * p[j] - yi[j] : p[j] - (j == code ? 1.0 : 0.0);
+                    acc += zi[a * m + j] * d;
+                }
+                s[xa + a] += -wi * acc;
+            }
+            if (out.outer) {
+                if (out.score)
+                    for (int j = 0; j < k; ++j) out.score[j] += si[j];
+                addOuter(out.outer, si, k);
+            }
+        }
+
+        if (out.info) {
+            double scale = wi * trials;
+            // x-blocks: Cov(1{j} x, 1{h} x) = (1{j = h} p_j - p_j p_h) x x', lower triangle.
+            for (int j = 1; j < m; ++j) {
+                for (int h = 1; h <= j; ++h) {
+                    double c = scale * (h == j ? p[j] * (1.0 - p[j]) : -p[j] * p[h]);
+                    for (int l = 0; l < kx; ++l) {
+                        double *row = out.info[(j - 1) * kx + l] + (h - 1) * kx;
+                        double cl = c * xi[l];
+                        int rmax = h == j ? l : kx - 1;
+                        for (int r = 0; r <= rmax; ++r) row[r] += cl * xi[r];
+                    }
+                }
+            }
+            if (na > 0) {
+                for (int a = 0; a < na; ++a) {
+                    double s = 0.0;
+                    for (int j = 0; j < m; ++j) s += p[j] * zi[a * m + j];
+                    zbar[a] = s;
+                }
+                for (int a = 0; a < na; ++a) {
+                    double *row = out.info[xa + a];
+                    // Attribute against x-block h: Cov(z_a, 1{h} x) = p_h (z_ah - zbar_a) x.
+                    for (int h = 1; h < m; ++h) {
+                        double c = scale * p[h] * (zi[a * m + h] - zbar[a]);
+                        double *blk = row + (h - 1) * kx;
+                        for (int r = 0; r < kx; ++r) blk[r] += c * xi[r];
+                    }
+                    // Attribute against attribute, in the centred form (exact when the
+                    // probabilities sum to one, and free of cancellation).
+                    for (int b = 0; b <= a; ++b) {
+                        double s = 0.0;
+                        for (int j = 0; j < m; ++j) s += p[j] * (zi[a * m + j] - zbar[a]) * (zi[b * m + j] - zbar[b]);
+                        row[xa + b] += scale * s;
+                    }
+                }
+            }
+        }
+    }
+    if (out.info) mirrorLower(out.info, k);
+    *llfOut = llf.value();
+    return 1;
+}
+
+void ActFitTableEval(MATRIX actual, int acols, MATRIX fitted, int n, int m, MATRIX table) {
+    MatZero(table, m + 1, m + 1);
+    for (int i = 0; i < n; ++i) {
+        // Largest fitted probability, first on ties; non-positive values never win.
+        const double *fi = fitted[i];
+        double best = 0.0;
+        int pred = 0;
+        for (int j = 0; j < m; ++j)
+            if (fi[j] > best) {
+                best = fi[j];
+                pred = j;
+            }
+        if (best == 0.0) continue;
+        const double *ai = actual[i];
+        if (acols == 1) {
+            double c = std::trunc(ai[0]);
+            if (c >= 0.0 && c < m) table[static_cast<int>(c)][pred] += 1.0;
+        } else {
+            for (int j = 0; j < m; ++j) table[j][pred] += ai[j];
+        }
+    }
+    // Totals of the cells truncated toward zero: fractional weights show in the cells only.
+    double corner = 0.0;
+    for (int j = 0; j < m; ++j) {
+        double row = 0.0, col = 0.0;
+        for (int l = 0; l < m; ++l) {
+            row += std::trunc(table[j][l]);
+            col += std::trunc(table[l][j]);
+        }
+        table[j][m] = row;
+        table[m][j] = col;
+        corner += col;
+    }
+    table[m][m] = corner;
+}
