@@ -21,10 +21,11 @@ struct CompensatedSum {
     double sum = 0.0, carry = 0.0;
     void add(double v) {
         double t = sum + v;
-        carry += std::fabs(sum) >= std::fabs(v) ? (sum - t) + v : (v - t) + sum;
+        if (std::isfinite(t)) carry += std::fabs(sum) >= std::fabs(v) ? (sum - t) + v : (v - t) + sum;
         sum = t;
     }
-    double value() const { return sum + carry; }
+    // An infinite or NaN sum is returned as it is (the carry would turn -inf into NaN).
+    double value() const { return std::isfinite(sum) ? sum + carry : sum; }
 };
 
 void zeroVector(double *v, int k) {
