@@ -391,7 +391,7 @@ double DistFPdf(double x, double d1, double d2) {
     if (small >= kTinyZ && x >= 1e-300 && x <= 1e300) {
         double deriv = above ? bm::ibeta_derivative(b, a, small, Policy()) : bm::ibeta_derivative(a, b, small, Policy());
         double f = small * deriv * big / x;
-        if (f > 1e-290 && f < kInf) return f;
+        if (f >= 2.2250738585072014e-308 && f < kInf) return f;
     }
     // Far out: f = s^c / (x (1 + s)^(a + b) B(a, b)), c = a below the centre and b above, with
     // s^c / x = k^c x^(+-c - 1) through pow (a few ulps), else in logarithms.
