@@ -13,25 +13,17 @@
 #include "estimators/longrun.h"
 #include "kavrel/kavrel.h"
 #include "kavrel/lumohost.h"
+#include "estimators/host_call.h"
 
 namespace {
 
-using Vec = std::vector<double>;
 const double NaN = std::numeric_limits<double>::quiet_NaN();
 
-struct HostCall {
-    LumoValue args[4], result;
-    HostCall() { std::memset(this, 0, sizeof *this); }
-    ~HostCall() {
-        for (auto &a : args) LumoFreeByValue(&a);
-        LumoFreeByValue(&result);
-    }
-    void mat(int i, int r, int c, const Vec &d) { ASSERT_TRUE(LumoValSetMatrix(&args[i], r, c, d.data())); }
-    Vec out(int *rows, int *cols) const {
-        MATRIX m = LumoValGetMatrix(&result, rows, cols);
-        return m && *cols > 0 ? Vec(m[0], m[0] + static_cast<size_t>(*rows) * *cols) : Vec();
-    }
-};
+Vec resultValues(const LumoValue *v, int *rows, int *cols) {
+    LumoValGetMatrix(v, rows, cols);
+    return HostValues(v);
+}
+
 
 // V[a][b] = sum_t s_t[a] s_t[b] + sum_{l=1..L} (1 - l/(L+1)) sum_{t>=l} (s_t[a] s_{t-l}[b] + s_{t-l}[a] s_t[b]).
 std::vector<long double> directLongRun(const Vec &X, const Vec &U, int T, int k, int m, int L) {
@@ -67,13 +59,13 @@ TEST(LongRun, MatchesDirectDoubleSum) {
         for (double &x : X) x = z(rng);
         for (double &u : U) u = z(rng);
         for (int t = 1; t < c.T; ++t) U[t * c.m] += 0.6 * U[(t - 1) * c.m]; // autocorrelated scores
-        HostCall h;
+        HostCall<4> h;
         h.mat(0, c.T, c.k, X);
         h.mat(1, c.T + 2, c.m, U);
         LumoValSetInt(&h.args[2], c.hac);
         ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
         int r, k;
-        Vec V = h.out(&r, &k);
+        Vec V = resultValues(&h.result, &r, &k);
         ASSERT_EQ(r, c.k * c.m);
         ASSERT_EQ(k, c.k * c.m);
         auto want = directLongRun(X, U, c.T, c.k, c.m, c.L);
@@ -83,13 +75,13 @@ TEST(LongRun, MatchesDirectDoubleSum) {
 
 TEST(LongRun, EdgeCasesAndFailures) {
     // NaN in a residual spreads to the rows and columns of its equation only.
-    HostCall h;
+    HostCall<4> h;
     h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8});
     h.mat(1, 4, 2, {1, 1, NaN, 1, 1, 1, 1, 1});
     LumoValSetInt(&h.args[2], 0);
     ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
     int r, c;
-    Vec V = h.out(&r, &c);
+    Vec V = resultValues(&h.result, &r, &c);
     for (int a = 0; a < 4; ++a)
         for (int b = 0; b < 4; ++b) EXPECT_EQ(std::isnan(V[a * 4 + b]), a % 2 == 0 || b % 2 == 0) << a << b;
 
@@ -100,7 +92,7 @@ TEST(LongRun, EdgeCasesAndFailures) {
     EXPECT_EQ(LumoValGetInt(&h.result), 99);
     h.mat(0, 0, 2, {});
     ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-    EXPECT_EQ(h.out(&r, &c), Vec(16, 0.0));
+    EXPECT_EQ(resultValues(&h.result, &r, &c), Vec(16, 0.0));
 
     // Scratch failure: a zero result; host failure: an empty result.
     h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8});
@@ -109,7 +101,7 @@ TEST(LongRun, EdgeCasesAndFailures) {
     EXPECT_EQ(ForEachLibraryAllocationFailure([&](long n) {
                   ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
                   if (n <= 2) {
-                      EXPECT_EQ(h.out(&r, &c), Vec(16, 0.0));
+                      EXPECT_EQ(resultValues(&h.result, &r, &c), Vec(16, 0.0));
                   }
               }),
               2);
@@ -141,14 +133,14 @@ TEST(Kronecker, SelectionMatchesFullProduct) {
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);
-        HostCall h;
+        HostCall<4> h;
         h.mat(0, rA, cA, A);
         h.mat(1, rB, cB, B);
         h.mat(2, 1, static_cast<int>(k.R.size()), k.R);
         h.mat(3, static_cast<int>(k.C.size()), 1, k.C);
         ASSERT_EQ(LumoHostInvoke(FnKroneckerSel, &h.result, h.args, 4), 1);
         int r, c;
-        Vec got = h.out(&r, &c);
+        Vec got = resultValues(&h.result, &r, &c);
         ASSERT_EQ(r, k.rows);
         ASSERT_EQ(c, k.cols);
         for (int i = 0; i < r; ++i)
@@ -175,20 +167,20 @@ TEST(Kronecker, EmptyColumnsAndZeroSizedFactors) {
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);
-        HostCall h;
+        HostCall<4> h;
         h.mat(0, k.rA, k.cA, Vec(k.rA * k.cA, 1.5));
         h.mat(1, k.rB, k.cB, Vec(k.rB * k.cB, 2.0));
         h.mat(2, k.nR, 1, Vec(k.nR, 0.0));
         h.mat(3, 1, k.nC, Vec(k.nC, 1.0));
         ASSERT_EQ(LumoHostInvoke(FnKroneckerSel, &h.result, h.args, 4), 1);
         int r, c;
-        Vec got = h.out(&r, &c);
+        Vec got = resultValues(&h.result, &r, &c);
         EXPECT_EQ(r, k.rows);
         EXPECT_EQ(c, k.cols);
         for (double v : got) EXPECT_TRUE(k.allMissing && std::isnan(v));
     }
     // No library allocation; a host failure leaves the result empty.
-    HostCall h;
+    HostCall<4> h;
     h.mat(0, 2, 2, {1, 2, 3, 4});
     h.mat(1, 1, 1, {2});
     h.mat(2, 1, 1, {1});

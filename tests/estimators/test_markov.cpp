@@ -12,28 +12,13 @@
 #include "common/fault.h"
 #include "kavrel/kavrel.h"
 #include "kavrel/lumohost.h"
+#include "estimators/host_call.h"
 
 namespace {
 
-using Vec = std::vector<double>;
 using LVec = std::vector<long double>;
 const double NaN = std::numeric_limits<double>::quiet_NaN();
 
-struct HostCall {
-    LumoValue args[5], targets[5], result;
-    HostCall() { std::memset(this, 0, sizeof *this); }
-    ~HostCall() {
-        for (int i = 0; i < 5; ++i) LumoFreeByValue(&args[i]), LumoFreeByValue(&targets[i]);
-        LumoFreeByValue(&result);
-    }
-    void mat(int i, int r, int c, const Vec &d) { ASSERT_TRUE(LumoValSetMatrix(&args[i], r, c, d.data())); }
-    void ref(int i) { LumoValSetRef(&args[i], &targets[i]); }
-    Vec out(int i) const {
-        int r, c;
-        MATRIX m = LumoValGetMatrix(&targets[i], &r, &c);
-        return m ? Vec(m[0], m[0] + static_cast<size_t>(r) * c) : Vec();
-    }
-};
 
 // Random densities (T x M), a column-stochastic P (M x M) and initial probabilities (1 x M).
 struct Model {
@@ -100,7 +85,7 @@ void expectNear(const Vec &got, const LVec &want, double tol) {
 
 // Runs the filter (filtered output requested) and then one smoother on its output.
 void runFilter(const Model &m, Vec &lik, Vec &filt) {
-    HostCall c;
+    HostCall<5> c;
     c.mat(0, m.T, m.M, m.dens);
     c.mat(1, m.M, m.M, m.P);
     c.mat(2, 1, m.M, m.init);
@@ -113,7 +98,7 @@ void runFilter(const Model &m, Vec &lik, Vec &filt) {
 }
 
 void runSmoother(LumoExport fn, const Vec &filt, int T, int M, const Vec &P, Vec &smooth, Vec &trans) {
-    HostCall c;
+    HostCall<4> c;
     c.mat(0, T, M, filt);
     c.mat(1, M, M, P);
     c.ref(2);
@@ -215,7 +200,7 @@ TEST(MarkovSwitching, FilterPropagatesZeroAndNegativeDensities) {
     EXPECT_EQ(lik[1], 0.0);
     EXPECT_TRUE(std::isnan(filt[2]) && std::isnan(filt[3]) && std::isnan(lik[2]));
 
-    HostCall c;
+    HostCall<5> c;
     c.mat(0, 3, 2, m.dens);
     c.mat(1, 2, 2, m.P);
     c.mat(2, 1, 2, m.init);
@@ -235,7 +220,7 @@ TEST(MarkovSwitching, BadInputAndAllocationFailures) {
         for (int kind = 0; kind < 6; ++kind) {
             SCOPED_TRACE(::testing::Message() << (filter ? "filter " : "smoother ") << what[kind]);
             if (!filter && kind == 4) continue;
-            HostCall c;
+            HostCall<5> c;
             const int out = filter ? 3 : 2;
             c.mat(0, 3, 2, dens);
             c.mat(1, 2, 2, P);

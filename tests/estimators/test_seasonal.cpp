@@ -10,25 +10,11 @@
 #include "common/fault.h"
 #include "kavrel/kavrel.h"
 #include "kavrel/lumohost.h"
+#include "estimators/host_call.h"
 
 namespace {
 
-using Vec = std::vector<double>;
 
-struct HostCall {
-    LumoValue args[4], targets[4], result;
-    HostCall() { std::memset(this, 0, sizeof *this); }
-    ~HostCall() {
-        for (int i = 0; i < 4; ++i) LumoFreeByValue(&args[i]), LumoFreeByValue(&targets[i]);
-        LumoFreeByValue(&result);
-    }
-    void mat(int i, int r, int c, const Vec &d) { ASSERT_TRUE(LumoValSetMatrix(&args[i], r, c, d.data())); }
-    static Vec values(const LumoValue *v) {
-        int r, c;
-        MATRIX m = LumoValGetMatrix(v, &r, &c);
-        return m && c > 0 ? Vec(m[0], m[0] + static_cast<size_t>(r) * c) : Vec();
-    }
-};
 
 // X[t][j] minus the mean of column j over rows t' = t mod s, in long double.
 Vec deseasonalized(const Vec &X, int T, int n, int s) {
@@ -55,14 +41,14 @@ TEST(Seasonal, DeSeasonalizeMatchesDefinition) {
         SCOPED_TRACE(::testing::Message() << "T=" << k.T << " n=" << k.n << " s=" << k.s);
         Vec X(k.T * k.n);
         for (double &x : X) x = k.level + z(rng);
-        HostCall c;
+        HostCall<4> c;
         c.mat(0, k.T, k.n, X);
         LumoValSetInt(&c.args[1], k.s);
         ASSERT_EQ(LumoHostInvoke(FnDeSeasonalize, &c.result, c.args, 2), 1);
-        Vec got = HostCall::values(&c.result), want = deseasonalized(X, k.T, k.n, k.s);
+        Vec got = HostValues(&c.result), want = deseasonalized(X, k.T, k.n, k.s);
         ASSERT_EQ(got.size(), want.size());
         for (size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], want[i], k.tol) << i;
-        EXPECT_EQ(HostCall::values(&c.args[0]), X); // the input is not modified
+        EXPECT_EQ(HostValues(&c.args[0]), X); // the input is not modified
     }
 }
 
@@ -76,13 +62,13 @@ TEST(Seasonal, SeasonalRsqMatchesDefinitionAndSampleBounds) {
         SCOPED_TRACE(::testing::Message() << "T=" << k.T << " s=" << k.s);
         Vec y(k.T);
         for (int t = 0; t < k.T; ++t) y[t] = 0.1 * t + z(rng) + (t % k.s == 1 ? 2 : 0);
-        HostCall c;
+        HostCall<4> c;
         c.mat(0, k.T, 1, y);
         LumoValSetInt(&c.args[1], k.s);
         LumoValSetDouble(&c.args[2], k.rss);
         LumoValSetRef(&c.args[3], &c.targets[3]);
         ASSERT_EQ(LumoHostInvoke(FnSeasonalRsq, &c.result, c.args, 4), 1);
-        Vec means = HostCall::values(&c.targets[3]);
+        Vec means = HostValues(&c.targets[3]);
         ASSERT_EQ(means.size(), static_cast<size_t>(k.s));
         if (!k.computes) {
             EXPECT_EQ(LumoValGetDouble(&c.result), -1.0);
@@ -109,7 +95,7 @@ TEST(Seasonal, DegenerateDataPropagate) {
         {{0, 1, 2, 3, 4}, 1.0, -1}, {{0, 1, 2, 3, 4}, 0.0, 0}, {{0, 1, NAN, 3, 4}, 1.0, 0},
     };
     for (const auto &k : cases) {
-        HostCall c;
+        HostCall<4> c;
         c.mat(0, 5, 1, k.y);
         LumoValSetInt(&c.args[1], 2);
         LumoValSetDouble(&c.args[2], k.rss);
@@ -131,7 +117,7 @@ TEST(Seasonal, BadInputAndAllocationFailures) {
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);
-        HostCall c;
+        HostCall<4> c;
         c.mat(0, k.rows, k.cols, y);
         LumoValSetInt(&c.args[1], k.s);
         LumoValSetDouble(&c.args[2], 1.0);
@@ -145,7 +131,7 @@ TEST(Seasonal, BadInputAndAllocationFailures) {
 
     // Neither export allocates scratch of its own; a host failure leaves DeSeasonalize without a
     // result and gives SeasonalRsq the missing value.
-    HostCall c;
+    HostCall<4> c;
     c.mat(0, 8, 1, y);
     LumoValSetInt(&c.args[1], 2);
     LumoValSetDouble(&c.args[2], 1.0);
