@@ -316,23 +316,21 @@ TEST(Probit, EachOutputOmittedIndependentlyAndNonFiniteData) {
 
 // ---- logit ----
 
-TEST(Logit, CodesAgreeWithTranscriptionAndNumericalScore) {
-    for (auto shape : {std::vector<int>{3, 2, 2}, std::vector<int>{4, 3, 0}, std::vector<int>{3, 0, 2}, std::vector<int>{1, 0, 2}}) {
+TEST(Logit, AgreesWithTranscriptionAndNumericalScore) {
+    // {m, kx, attributes, grouped}: codes with X and Z, X only, Z only, one category, counts.
+    for (auto shape : {std::vector<int>{3, 2, 2, 0}, {4, 3, 0, 0}, {3, 0, 2, 0}, {1, 0, 2, 0}, {3, 2, 1, 1}}) {
         Model md;
         LogitData d = makeLogit(md, 40, shape[0], shape[1], shape[2], 17 + shape[0]);
-        checkLikelihood([&](HostCall &c, const Vec &b) { setLogit(c, md, d, md.y, 1, b); }, FnLogitRz, 12, 7, md.beta,
-                        logitReference(md, md.y, 1));
+        int ycols = shape[3] ? md.m : 1;
+        Vec y = md.y;
+        if (shape[3]) {
+            std::mt19937 gen(3);
+            y.resize(md.n * md.m);
+            for (auto &v : y) v = gen() % 4 + 0.5 * (gen() % 2);
+        }
+        checkLikelihood([&](HostCall &c, const Vec &b) { setLogit(c, md, d, y, ycols, b); }, FnLogitRz, 12, 7, md.beta,
+                        logitReference(md, y, ycols));
     }
-}
-
-TEST(Logit, GroupedCountsAgreeWithTranscription) {
-    Model md;
-    LogitData d = makeLogit(md, 30, 3, 2, 1, 29);
-    std::mt19937 gen(3);
-    Vec counts(30 * 3);
-    for (auto &v : counts) v = gen() % 4 + 0.5 * (gen() % 2);
-    checkLikelihood([&](HostCall &c, const Vec &b) { setLogit(c, md, d, counts, 3, b); }, FnLogitRz, 12, 7, md.beta,
-                    logitReference(md, counts, 3));
 }
 
 TEST(Logit, EdgeCases) {
