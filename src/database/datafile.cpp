@@ -1,6 +1,6 @@
-// Reading a data file into a Database. The text is measured with the text block measure and
-// read with the value reader (CSV is first rewritten into the blank-separated form the measure
-// reads), straight into the columns of a new database. A first column of dates makes the
+// Reading a data file into a Database. One pass of the text block measure reads every value with
+// the value reader (CSV is first rewritten into the blank-separated form the measure reads)
+// straight into the columns of a new database. A first column of dates makes the
 // database dated; leading "year" and period columns that count the observations one by one
 // become the sample.
 #include "database/datafile.h"
@@ -172,22 +172,40 @@ Database *readBuffer(const char *name, char *buffer, size_t length, int flags) {
             return nullptr;
         }
     }
-    // The names come from the original header line, so that quoted names keep their blanks.
+    // One pass of the measure reads every value straight into the columns of a database sized
+    // for every line of the text; variables are added as longer rows appear, and the sample is
+    // cut to the rows found afterwards (which keeps the storage). The names come from the
+    // original header line, so that quoted names keep their blanks.
+    size_t lines = 1;
+    for (const char *p = text; (p = std::strchr(p, '\n')) != nullptr; ++p) ++lines;
+    if (lines == 1)
+        for (const char *p = text; (p = std::strchr(p, '\r')) != nullptr; ++p) ++lines;
+    if (lines > DB_MAX_OBS) lines = DB_MAX_OBS;
+    Database *db = DbCreate(name, 0);
+    // With the table off, creation fails only for memory; the table reports its own refusals.
+    if (!db && !DbTableIsEnabled()) ReportError("Out of memory");
+    int ok = db && DbSetSample(db, Sample{1, 1, static_cast<int32_t>(lines), 1, 1});
     int rows = 0, cols = 0;
     ptrdiff_t headerAt = -1, dataAt = 0;
-    Database *db = nullptr;
-    int ok = MeasureTextBlock(text, 0, 0, &rows, &cols, &headerAt, &dataAt);
+    bool allDates = true, failed = !ok;
+    auto take = [&](long row, int col, double value, int kind) {
+        if (failed) return;
+        if (col >= db->varCount && DbAddVariables(db, col + 1 - db->varCount) < 0) {
+            failed = true;
+            return;
+        }
+        if (row < db->obsCount) db->columns[col][row] = value;
+        if (col == 0 && kind != VALUE_DATE) allDates = false;
+    };
+    if (ok) ok = MeasureTextBlockEach(text, 0, 0, &rows, &cols, &headerAt, &dataAt, take);
     const bool haveNames = ok && headerAt >= 0 && rawHeader;
-    int nameCount = haveNames ? splitLine(rawHeader, csv, [](const char *, const char *) {}) : 0;
-    if (nameCount > cols) cols = nameCount;
-    if (ok) {
-        db = DbCreate(name, cols);
-        // With the table off, creation fails only for memory; the table reports its own refusals.
-        if (!db && !DbTableIsEnabled()) ReportError("Out of memory");
-        const Sample plain{1, 1, rows, 1, 1};
-        ok = db && DbSetSample(db, plain) && DbAddVariables(db, cols) == 0;
+    const int nameCount = haveNames ? splitLine(rawHeader, csv, [](const char *, const char *) {}) : 0;
+    if (ok && !failed && nameCount > db->varCount && DbAddVariables(db, nameCount - db->varCount) < 0) failed = true;
+    if (ok && !failed) failed = !DbSetSample(db, Sample{1, 1, rows, 1, 1});
+    if (ok && failed) {
+        ReportError("Out of memory");
+        ok = 0;
     }
-    bool dated = false;
     if (ok) {
         if (haveNames) {
             int i = 0;
@@ -198,24 +216,17 @@ Database *readBuffer(const char *name, char *buffer, size_t length, int flags) {
                 // other refusal of a usable name is a failed allocation.
                 if (CleanVariableName(clean, field) > 0 && !DbRenameVariable(db, i, field, 1)) {
                     const int other = DbFindVariableExact(db, clean);
-                    if (other < 0 || other == i) ok = 0;
+                    if ((other < 0 || other == i) && ok) {
+                        ReportError("Out of memory");
+                        ok = 0;
+                    }
                 }
                 ++i;
             });
         }
     }
     if (ok) {
-        double **columns = db->columns;
-        const long T = db->obsCount;
-        bool allDates = true;
-        TextScanRows(
-            text + dataAt, 0,
-            [&](long row, int col, double value, int kind) {
-                if (row < T) columns[col][row] = value;
-                if (col == 0 && kind != VALUE_DATE) allDates = false;
-            },
-            [](long, int) {});
-        dated = allDates;
+        const bool dated = allDates;
         Sample s;
         int drop = dated ? 0 : sampleColumns(db, &s);
         if (drop > 0) {
@@ -229,8 +240,7 @@ Database *readBuffer(const char *name, char *buffer, size_t length, int flags) {
         CleanLoadedData(db, 0, db->varCount - 1, 0, db->obsCount - 1, (flags & DATAFILE_KEEP_9999) ? 0 : 1, 1);
         for (int i = 0; i < db->varCount; ++i) db->varFlags[i] = 0;
         db->modified = 0;
-    } else if (db) {
-        ReportError("Out of memory");
+    } else {
         DbFree(db);
         db = nullptr;
     }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 
+#include "database/messages.h"
 #include "database/values.h"
 
 // Measures text: *rows rows (lines with at least one counted element) and *cols columns (the
@@ -46,6 +47,38 @@ void TextScanRows(const char *p, int numbersOnly, Element &&element, RowEnd &&ro
         if (numbersOnly && kind != VALUE_NUMBER) continue;
         element(row, count++, value, kind);
     }
+}
+
+
+// The measure, handing every counted element to element(row, col, value, kind) as well, so that
+// a reader can take the values in the same pass (MeasureTextBlock passes nothing).
+template <class Element>
+int MeasureTextBlockEach(char *text, int numbersOnly, int quiet, int *rows, int *cols, ptrdiff_t *header,
+                         ptrdiff_t *data, Element &&element) {
+    int nrows = 0, ncols = 0;
+    bool ragged = false;
+    const char *head = nullptr;
+    const char *start = text ? TextSplitHeader(text, &head) : nullptr;
+    if (start) {
+        // Decimal commas: a comma between two digits in the rows becomes a point.
+        for (char *p = text + (start - text); *p; ++p)
+            if (*p == ',' && p > start && p[-1] >= '0' && p[-1] <= '9' && p[1] >= '0' && p[1] <= '9') *p = '.';
+        TextScanRows(start, numbersOnly, element, [&](long, int count) {
+            if (nrows > 0 && count != ncols) ragged = true;
+            if (count > ncols) ncols = count;
+            ++nrows;
+        });
+    }
+    if (rows) *rows = nrows;
+    if (cols) *cols = ncols;
+    if (header) *header = head ? head - text : -1;
+    if (data) *data = start ? start - text : 0;
+    if (nrows == 0 || ncols == 0) {
+        if (!quiet) ReportError("No data in text");
+        return 0;
+    }
+    if (ragged && !quiet) ReportWarning("Not all rows have the same number of elements");
+    return 1;
 }
 
 #endif

@@ -22,7 +22,12 @@ inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
 inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
 inline bool endsToken(char c) { return c == '\0' || c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-bool startsWith(const char *p, const char *word) { return std::strncmp(p, word, std::strlen(word)) == 0; }
+// Inline comparison with a literal: a number fails at its first character.
+template <size_t N> inline bool startsWith(const char *p, const char (&word)[N]) {
+    for (size_t i = 0; i + 1 < N; ++i)
+        if (p[i] != word[i]) return false;
+    return true;
+}
 
 // "%d": optional blanks, an optional sign, digits. Advances p only on success.
 bool scanInt(const char *&p, int *out) {
