@@ -9,16 +9,6 @@
 
 namespace {
 
-long long elementCount(const LumoValue *args, int i) {
-    return static_cast<long long>(FrameRows(args, i)) * FrameCols(args, i);
-}
-
-// The first element of a matrix argument viewed as a vector, or null when it has none.
-const double *vectorData(const LumoValue *args, int i) {
-    MATRIX m = FrameMatrix(args, i);
-    return elementCount(args, i) > 0 && m ? m[0] : nullptr;
-}
-
 // Sizes the five optional outputs (score, information, probabilities, per-observation
 // log-likelihood, outer product) at argument positions first..first+4. On a host allocation
 // failure the outputs already made are set to missing and false is returned.
@@ -52,14 +42,14 @@ KAVREL_EXPORT void FnBinProbitRz(LumoValue *result, LumoValue *args, int) noexce
             const int n = FrameRows(args, 1);
             if (FrameCols(args, 1) != 1 || n < 0) return;
             const int k = FrameCols(args, 2);
-            if (FrameRows(args, 2) != n || k < 1 || elementCount(args, 0) != k) return;
-            const double *w = elementCount(args, 3) == n ? vectorData(args, 3) : nullptr;
+            if (FrameRows(args, 2) != n || k < 1 || FrameElementCount(args, 0) != k) return;
+            const double *w = FrameElementCount(args, 3) == n ? FrameElements(args, 3) : nullptr;
 
             DiscreteOutputs out;
             MATRIX held[5];
             if (!makeOutputs(args, 4, k, n, 2, &out, held)) return;
             const double *y = n > 0 ? FrameMatrix(args, 1)[0] : nullptr;
-            double llf = ProbitEval(vectorData(args, 0), k, y, FrameMatrix(args, 2), n, w, out);
+            double llf = ProbitEval(FrameElements(args, 0), k, y, FrameMatrix(args, 2), n, w, out);
             FrameSetDouble(result, llf);
         },
         [&] { FrameSetDouble(result, MissingValueOf()); });
@@ -86,10 +76,10 @@ KAVREL_EXPORT void FnLogitRz(LumoValue *result, LumoValue *args, int) noexcept {
             pb.X = useX ? FrameMatrix(args, 3) : nullptr;
             pb.Z = useZ ? FrameMatrix(args, 4) : nullptr;
             const long k = LogitParamCount(pb.m, pb.kx, pb.kz);
-            if (k < 0 || elementCount(args, 0) != k) return;
-            pb.beta = vectorData(args, 0);
+            if (k < 0 || FrameElementCount(args, 0) != k) return;
+            pb.beta = FrameElements(args, 0);
             pb.y = FrameMatrix(args, 1);
-            pb.w = elementCount(args, 5) == pb.n ? vectorData(args, 5) : nullptr;
+            pb.w = FrameElementCount(args, 5) == pb.n ? FrameElements(args, 5) : nullptr;
             const bool useOffset = FrameRows(args, 6) == pb.n && FrameCols(args, 6) > 0;
             pb.offset = useOffset ? FrameMatrix(args, 6) : nullptr;
             pb.ocols = useOffset ? (FrameCols(args, 6) < pb.m ? FrameCols(args, 6) : pb.m) : 0;

@@ -2,52 +2,20 @@
 // of our own and moved into the caller's variables only after the computation, so that a failed
 // allocation leaves the caller's variables as they were and a reference that names one of the
 // inputs is overwritten only once the input has been read.
-#include <cstring>
-
 #include "estimators/garch.h"
 #include "host/frame.h"
 #include "kavrel/kavrel.h"
 
 namespace {
 
-// A host value owned by the export until it is moved into a reference target.
-class OwnedValue {
-public:
-    OwnedValue() { std::memset(&v_, 0, sizeof v_); }
-    ~OwnedValue() { LumoFreeByValue(&v_); }
-    OwnedValue(const OwnedValue &) = delete;
-    OwnedValue &operator=(const OwnedValue &) = delete;
-    bool allocColumn(int rows) { return LumoLibValMatMalloc(&v_, rows, 1) != 0; }
-    double *column() const { return static_cast<MATRIX>(v_.data)[0]; }
-    // Releases the target's old content and hands it this value.
-    void moveInto(LumoValue *target) {
-        LumoFreeByValue(target);
-        std::memcpy(target, &v_, sizeof v_);
-        std::memset(&v_, 0, sizeof v_);
-    }
-
-private:
-    LumoValue v_;
-};
-
-// Elements of a host matrix, read as one contiguous block (0 when it has no elements).
-long long elementCount(const LumoValue *args, int i) {
-    int r = FrameRows(args, i), c = FrameCols(args, i);
-    return r > 0 && c > 0 ? static_cast<long long>(r) * c : 0;
-}
-
-const double *elements(const LumoValue *args, int i) {
-    return elementCount(args, i) > 0 ? FrameMatrix(args, i)[0] : nullptr;
-}
-
 // Both outputs are mandatory T x 1 columns; returns false (nothing touched) when the host cannot
 // make them.
 template <class Compute> bool runIntoOutputs(LumoValue *args, int nobs, Compute compute) {
     // Both targets are read before either is written: one may be the other reference's record.
     LumoValue *firstTarget = FrameTarget(args, 9), *secondTarget = FrameTarget(args, 10);
-    OwnedValue first, second;
-    if (!first.allocColumn(nobs) || !second.allocColumn(nobs)) return false;
-    compute(first.column(), second.column());
+    FrameValue first, second;
+    if (!first.alloc(nobs, 1) || !second.alloc(nobs, 1)) return false;
+    compute(first.matrix()[0], second.matrix()[0]);
     first.moveInto(firstTarget);
     second.moveInto(secondTarget);
     return true;
@@ -68,12 +36,12 @@ KAVREL_EXPORT void FnGarchVar(LumoValue *result, LumoValue *args, int) noexcept 
             const int p = FrameInt(args, 3), q = FrameInt(args, 4);
             if (nobs < 1 || FrameCols(args, 0) != 1 || p < 0 || q < 0) return;
             const long long maxpq = p > q ? p : q;
-            if (elementCount(args, 2) < 1 + maxpq + p) return;
+            if (FrameElementCount(args, 2) < 1 + maxpq + p) return;
             if (!FrameIsRef(args, 9) || !FrameIsRef(args, 10)) return;
 
             int status = 0;
             bool made = runIntoOutputs(args, nobs, [&](double *h, double *u) {
-                status = GarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, elements(args, 2), p,
+                status = GarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, FrameElements(args, 2), p,
                                        q, FrameInt(args, 5), FrameDouble(args, 6), FrameDouble(args, 7),
                                        FrameDouble(args, 8), h, u);
             });

@@ -9,12 +9,6 @@
 
 namespace {
 
-// Element count of a host matrix (0 for an empty one).
-long long elementCount(const LumoValue *args, int i) {
-    int r = FrameRows(args, i), c = FrameCols(args, i);
-    return r > 0 && c > 0 ? static_cast<long long>(r) * c : 0;
-}
-
 long long product(int a, int b) { return a > 0 && b > 0 ? static_cast<long long>(a) * b : 0; }
 
 } // namespace
@@ -46,7 +40,7 @@ KAVREL_EXPORT void FnKroneckerSel(LumoValue *result, LumoValue *args, int) noexc
             LumoLibCheckType(LUMO_MATRIX, args, 0, 3);
             const int rA = FrameRows(args, 0), cA = FrameCols(args, 0);
             const int rB = FrameRows(args, 1), cB = FrameCols(args, 1);
-            const long long nR = elementCount(args, 2), nC = elementCount(args, 3);
+            const long long nR = FrameElementCount(args, 2), nC = FrameElementCount(args, 3);
             if (nC == 0) {
                 // Empty C: no columns, one row per column of the product, whatever R holds.
                 const long long rows = product(cA, cB);

@@ -4,7 +4,6 @@
 // pull storage from under the computation; a failed host allocation leaves every variable as it
 // was.
 #include <climits>
-#include <cstring>
 
 #include "estimators/rls.h"
 #include "host/frame.h"
@@ -14,25 +13,6 @@ namespace {
 
 constexpr int kOutputs = 7;
 constexpr int kFirstOutput = 5;
-
-// A host value owned by the export until it is moved into a reference target.
-class OwnedValue {
-public:
-    OwnedValue() { std::memset(&v_, 0, sizeof v_); }
-    ~OwnedValue() { LumoFreeByValue(&v_); }
-    OwnedValue(const OwnedValue &) = delete;
-    OwnedValue &operator=(const OwnedValue &) = delete;
-    bool alloc(int rows, int cols) { return LumoLibValMatMalloc(&v_, rows, cols) != 0; }
-    MATRIX matrix() const { return static_cast<MATRIX>(v_.data); }
-    void moveInto(LumoValue *target) {
-        LumoFreeByValue(target);
-        std::memcpy(target, &v_, sizeof v_);
-        std::memset(&v_, 0, sizeof v_);
-    }
-
-private:
-    LumoValue v_;
-};
 
 } // namespace
 
@@ -54,7 +34,7 @@ KAVREL_EXPORT void FnRlsEst(LumoValue *result, LumoValue *args, int) noexcept {
 
             const long long rows[kOutputs] = {static_cast<long long>(n) * k, k, n, n, n, n, 1};
             LumoValue *targets[kOutputs] = {};
-            OwnedValue values[kOutputs];
+            FrameValue values[kOutputs];
             MATRIX out[kOutputs] = {};
             for (int i = 0; i < kOutputs; ++i) {
                 if (!FrameIsRef(args, kFirstOutput + i)) continue;
