@@ -1,8 +1,8 @@
 // Calendar arithmetic on Julian day numbers: civil date to day number and back, Easter, weekdays,
 // the n-th weekday of a month, ISO 8601 weeks and the time of day. The date conversions are the
-// julday/caldat pair of Numerical Recipes (2nd ed., section 1.1), which follow Meeus,
+// julday/caldat pair of Numerical Recipes (2nd ed., chapter 1), which follow Meeus,
 // Astronomical Algorithms (2nd ed.), ch. 7, eqs. 7.1 and the inverse on p. 63; the Easter rule is
-// Oudin's (Explanatory Supplement to the Astronomical Almanac, 1992, section 12.22). Everything
+// Oudin's (Explanatory Supplement to the Astronomical Almanac, 1992, chapter 12). Everything
 // is computed in 64-bit integers so that no argument, however wild, overflows.
 #include "database/calendar.h"
 

@@ -49,79 +49,23 @@ void rememberName(const char *name) {
 // Frees the record and everything it owns that is not null.
 void freeRecord(Database *db) {
     dbUndoFreeChain(db);
-    for (int i = 0; i < db->varCount; ++i) {
-        ColumnRelease(db->handles[i]);
-        KvFree(db->names[i]);
-        KvFree(db->varDescriptions[i]);
-    }
-    KvFree(db->columns);
-    KvFree(db->names);
-    KvFree(db->varDescriptions);
-    KvFree(db->varFlags);
-    KvFree(db->handles);
-    KvFree(db->varInfo);
+    DbVarArrays a = dbArraysOf(db);
+    a.freeEntries(db->varCount);
+    a.release();
     KvFree(db->name);
     KvFree(db->label);
     KvFree(db->description);
     KvFree(db);
 }
 
-// The six per-variable arrays at a capacity, as one unit that is built whole or not at all.
-struct VarArrays {
-    double **columns = nullptr;
-    char **names = nullptr;
-    char **descs = nullptr;
-    int32_t *flags = nullptr;
-    DataColumn **handles = nullptr;
-    DbVarInfo *info = nullptr;
-
-    bool alloc(int capacity) {
-        size_t n = static_cast<size_t>(capacity);
-        columns = static_cast<double **>(KvCalloc(n, sizeof(double *)));
-        names = static_cast<char **>(KvCalloc(n, sizeof(char *)));
-        descs = static_cast<char **>(KvCalloc(n, sizeof(char *)));
-        flags = static_cast<int32_t *>(KvCalloc(n, sizeof(int32_t)));
-        handles = static_cast<DataColumn **>(KvCalloc(n, sizeof(DataColumn *)));
-        info = static_cast<DbVarInfo *>(KvCalloc(n, sizeof(DbVarInfo)));
-        if (columns && names && descs && flags && handles && info) return true;
-        release();
-        return false;
-    }
-    void release() {
-        KvFree(columns);
-        KvFree(names);
-        KvFree(descs);
-        KvFree(flags);
-        KvFree(handles);
-        KvFree(info);
-        *this = VarArrays();
-    }
-};
-
-// Grows the per-variable arrays to capacity slots, copying the entries in use.
+// Grows the per-variable arrays to capacity slots, moving the entries in use.
 bool growCapacity(Database *db, int capacity) {
-    VarArrays a;
-    if (!a.alloc(capacity)) return false;
-    size_t n = static_cast<size_t>(db->varCount);
-    std::memcpy(a.columns, db->columns, n * sizeof(double *));
-    std::memcpy(a.names, db->names, n * sizeof(char *));
-    std::memcpy(a.descs, db->varDescriptions, n * sizeof(char *));
-    std::memcpy(a.flags, db->varFlags, n * sizeof(int32_t));
-    std::memcpy(a.handles, db->handles, n * sizeof(DataColumn *));
-    std::memcpy(a.info, db->varInfo, n * sizeof(DbVarInfo));
-    KvFree(db->columns);
-    KvFree(db->names);
-    KvFree(db->varDescriptions);
-    KvFree(db->varFlags);
-    KvFree(db->handles);
-    KvFree(db->varInfo);
-    db->columns = a.columns;
-    db->names = a.names;
-    db->varDescriptions = a.descs;
-    db->varFlags = a.flags;
-    db->handles = a.handles;
-    db->varInfo = a.info;
-    db->capacity = capacity;
+    DbVarArrays a{};
+    if (!a.alloc(static_cast<size_t>(capacity), true)) return false;
+    DbVarArrays old = dbArraysOf(db);
+    a.move(old, 0, 0, static_cast<size_t>(db->varCount));
+    old.release();
+    dbSetArrays(db, a, capacity);
     return true;
 }
 
@@ -281,17 +225,78 @@ char *dbCopyText(const char *s, size_t max) {
 // Changes are announced to the host through the output channel's notification callback.
 void dbAnnounce(Database *) { OutputNotify(); }
 
+bool DbVarArrays::alloc(size_t n, bool withColumns) {
+    columns = withColumns ? static_cast<double **>(KvCalloc(n, sizeof(double *))) : nullptr;
+    names = static_cast<char **>(KvCalloc(n, sizeof(char *)));
+    descs = static_cast<char **>(KvCalloc(n, sizeof(char *)));
+    flags = static_cast<int32_t *>(KvCalloc(n, sizeof(int32_t)));
+    handles = static_cast<DataColumn **>(KvCalloc(n, sizeof(DataColumn *)));
+    info = static_cast<DbVarInfo *>(KvCalloc(n, sizeof(DbVarInfo)));
+    if ((columns || !withColumns) && names && descs && flags && handles && info) return true;
+    release();
+    return false;
+}
+
+void DbVarArrays::freeEntries(int n) {
+    for (int i = 0; i < n; ++i) {
+        ColumnRelease(handles[i]);
+        KvFree(names[i]);
+        KvFree(descs[i]);
+    }
+}
+
+void DbVarArrays::release() {
+    KvFree(columns);
+    KvFree(names);
+    KvFree(descs);
+    KvFree(flags);
+    KvFree(handles);
+    KvFree(info);
+    *this = DbVarArrays{};
+}
+
+void DbVarArrays::move(const DbVarArrays &src, size_t from, size_t to, size_t n) {
+    if (columns && src.columns) std::memmove(columns + to, src.columns + from, n * sizeof(double *));
+    std::memmove(names + to, src.names + from, n * sizeof(char *));
+    std::memmove(descs + to, src.descs + from, n * sizeof(char *));
+    std::memmove(flags + to, src.flags + from, n * sizeof(int32_t));
+    std::memmove(handles + to, src.handles + from, n * sizeof(DataColumn *));
+    std::memmove(info + to, src.info + from, n * sizeof(DbVarInfo));
+}
+
+DbVarArrays dbArraysOf(const Database *db) {
+    return DbVarArrays{db->columns, db->names, db->varDescriptions, db->varFlags, db->handles, db->varInfo};
+}
+
+void dbSetArrays(Database *db, const DbVarArrays &a, int capacity) {
+    db->columns = a.columns;
+    db->names = a.names;
+    db->varDescriptions = a.descs;
+    db->varFlags = a.flags;
+    db->handles = a.handles;
+    db->varInfo = a.info;
+    db->capacity = capacity;
+}
+
+void dbReplaceText(Database *db, int kind, int index, char **slot, char *copy) {
+    DbUndoEntry *e = dbUndoPush(db, kind, true);
+    if (e) {
+        if (index >= 0) dbUndoSetVariable(e, index, 1);
+        dbUndoSetText(e, *slot);
+    } else {
+        KvFree(*slot);
+    }
+    *slot = copy;
+    db->modified = 1;
+    dbAnnounce(db);
+}
+
 void dbDropVariable(Database *db, int index) {
     ColumnRelease(db->handles[index]);
     KvFree(db->names[index]);
     KvFree(db->varDescriptions[index]);
-    size_t after = static_cast<size_t>(db->varCount - index - 1);
-    std::memmove(db->columns + index, db->columns + index + 1, after * sizeof(double *));
-    std::memmove(db->names + index, db->names + index + 1, after * sizeof(char *));
-    std::memmove(db->varDescriptions + index, db->varDescriptions + index + 1, after * sizeof(char *));
-    std::memmove(db->varFlags + index, db->varFlags + index + 1, after * sizeof(int32_t));
-    std::memmove(db->handles + index, db->handles + index + 1, after * sizeof(DataColumn *));
-    std::memmove(db->varInfo + index, db->varInfo + index + 1, after * sizeof(DbVarInfo));
+    DbVarArrays a = dbArraysOf(db);
+    a.move(a, static_cast<size_t>(index) + 1, static_cast<size_t>(index), static_cast<size_t>(db->varCount - index - 1));
     --db->varCount;
     int last = db->varCount;
     db->columns[last] = nullptr;
@@ -356,20 +361,14 @@ Database *DbCreate(const char *name, int capacity) {
 
     auto *db = static_cast<Database *>(KvCalloc(1, sizeof(Database)));
     if (!db) return nullptr;
-    VarArrays a;
+    DbVarArrays a{};
     db->name = dbCopyText(base, SIZE_MAX);
     db->label = dbCopyText(full, SIZE_MAX);
-    if (!db->name || !db->label || !a.alloc(capacity)) {
+    if (!db->name || !db->label || !a.alloc(static_cast<size_t>(capacity), true)) {
         freeRecord(db);
         return nullptr;
     }
-    db->columns = a.columns;
-    db->names = a.names;
-    db->varDescriptions = a.descs;
-    db->varFlags = a.flags;
-    db->handles = a.handles;
-    db->varInfo = a.info;
-    db->capacity = capacity;
+    dbSetArrays(db, a, capacity);
     db->sample = Sample{1996, 1, 2005, 1, 1};
     db->obsCount = 10;
     if (slot >= 0) {
@@ -469,16 +468,7 @@ int DbSetVariableName(Database *db, int index, const char *name) {
         KvFree(copy);
         return 1;
     }
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_RENAME, true);
-    if (e) {
-        dbUndoSetVariable(e, index, 1);
-        dbUndoSetText(e, db->names[index]);
-    } else {
-        KvFree(db->names[index]);
-    }
-    db->names[index] = copy;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbReplaceText(db, DB_UNDO_RENAME, index, &db->names[index], copy);
     return 1;
 }
 
@@ -510,16 +500,7 @@ int DbSetVariableDescription(Database *db, int index, const char *text) {
     if (!validIndex(db, index)) return 0;
     char *copy = nullptr;
     if (text && !(copy = dbCopyText(text, SIZE_MAX))) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_VARDESC, true);
-    if (e) {
-        dbUndoSetVariable(e, index, 1);
-        dbUndoSetText(e, db->varDescriptions[index]);
-    } else {
-        KvFree(db->varDescriptions[index]);
-    }
-    db->varDescriptions[index] = copy;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbReplaceText(db, DB_UNDO_VARDESC, index, &db->varDescriptions[index], copy);
     return 1;
 }
 
@@ -527,14 +508,7 @@ int DbSetDescription(Database *db, const char *text) {
     if (!db) return 0;
     char *copy = nullptr;
     if (text && !(copy = dbCopyText(text, SIZE_MAX))) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_DBDESC, true);
-    if (e)
-        dbUndoSetText(e, db->description);
-    else
-        KvFree(db->description);
-    db->description = copy;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbReplaceText(db, DB_UNDO_DBDESC, -1, &db->description, copy);
     return 1;
 }
 

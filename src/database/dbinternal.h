@@ -8,11 +8,39 @@
 
 #include "database/database.h"
 
+// The per-variable arrays of a database, or of an undo snapshot (which keeps no column
+// pointers). Value-initialise (`DbVarArrays a{};`) before use.
+struct DbVarArrays {
+    double **columns;
+    char **names;
+    char **descs;
+    int32_t *flags;
+    DataColumn **handles;
+    DbVarInfo *info;
+
+    // Zeroed arrays of n slots, all or none: false, with nothing held, when memory runs out.
+    bool alloc(size_t n, bool withColumns);
+    // Releases the columns, names and descriptions of entries 0..n-1 (null entries allowed).
+    void freeEntries(int n);
+    // Frees the arrays themselves and empties the set.
+    void release();
+    // Moves n entries of src starting at from to this set's entries starting at to (the two
+    // may be the same set and overlap). Column pointers move only where both sets have them.
+    void move(const DbVarArrays &src, size_t from, size_t to, size_t n);
+};
+DbVarArrays dbArraysOf(const Database *db);
+// Installs a set as the database's arrays (the arrays it held are not freed).
+void dbSetArrays(Database *db, const DbVarArrays &a, int capacity);
+
 // Heap copy of at most max bytes of s (always terminated); null when s is null or on failure.
 char *dbCopyText(const char *s, size_t max);
 // Name of variable i, "" when the slot holds none (only between the entries of one undo step).
 inline const char *dbNameOf(const Database *db, int i) { return db->names[i] ? db->names[i] : ""; }
 void dbAnnounce(Database *db);
+// Puts copy (owned, may be null) into *slot, a text of the database or of variable index (-1:
+// the database itself); the old text goes into an undo entry of kind, or is freed when no undo
+// is kept. Marks the database modified and announces the change.
+void dbReplaceText(Database *db, int kind, int index, char **slot, char *copy);
 
 // Takes variable index out of every per-variable array, releasing its column, name and
 // description, and moves the later variables down.

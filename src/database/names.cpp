@@ -129,15 +129,6 @@ int DbRenameVariable(Database *db, int index, const char *name, int report) {
         }
     char *copy = dbCopyText(clean, DB_MAX_NAME);
     if (!copy) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_RENAME, true);
-    if (e) {
-        dbUndoSetVariable(e, index, 1);
-        dbUndoSetText(e, db->names[index]);
-    } else {
-        KvFree(db->names[index]);
-    }
-    db->names[index] = copy;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbReplaceText(db, DB_UNDO_RENAME, index, &db->names[index], copy);
     return 1;
 }

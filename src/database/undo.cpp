@@ -4,8 +4,6 @@
 // order of recording. Full snapshots hold the whole variable set (columns by reference, names,
 // descriptions, flags, info records) with the sample, so that undoing one restores the
 // database as it was, including variables a failed rebuild lost.
-#include <cstring>
-
 #include "database/column.h"
 #include "database/dbinternal.h"
 #include "matrix/alloc.h"
@@ -27,11 +25,7 @@ struct DbUndoEntry {
     int32_t obsCount;    // kinds 3, 4, 5, 11
     // Full snapshots (kinds 4, 5, 11).
     int32_t snapVars;
-    DataColumn **snapHandles;
-    char **snapNames;
-    char **snapDescs;
-    int32_t *snapFlags;
-    DbVarInfo *snapInfo;
+    DbVarArrays snap; // no column pointers: they follow from the handles
     int32_t varFirst, varLast, obsFirst, obsLast; // changed ranges, -1 when none
     DbUndoEntry *older;
 };
@@ -43,16 +37,8 @@ bool isSnapshot(int kind) { return kind == DB_UNDO_RANGE || kind == DB_UNDO_VALU
 void freeEntry(DbUndoEntry *e) {
     KvFree(e->text);
     ColumnRelease(e->column);
-    for (int i = 0; i < e->snapVars; ++i) {
-        if (e->snapHandles) ColumnRelease(e->snapHandles[i]);
-        if (e->snapNames) KvFree(e->snapNames[i]);
-        if (e->snapDescs) KvFree(e->snapDescs[i]);
-    }
-    KvFree(e->snapHandles);
-    KvFree(e->snapNames);
-    KvFree(e->snapDescs);
-    KvFree(e->snapFlags);
-    KvFree(e->snapInfo);
+    e->snap.freeEntries(e->snapVars);
+    e->snap.release();
     KvFree(e);
 }
 
@@ -79,13 +65,8 @@ void trimSteps(Database *db) {
 
 void insertVariable(Database *db, int index, DataColumn *column, int32_t flags) {
     if (index > db->varCount) index = db->varCount;
-    size_t after = static_cast<size_t>(db->varCount - index);
-    std::memmove(db->columns + index + 1, db->columns + index, after * sizeof(double *));
-    std::memmove(db->names + index + 1, db->names + index, after * sizeof(char *));
-    std::memmove(db->varDescriptions + index + 1, db->varDescriptions + index, after * sizeof(char *));
-    std::memmove(db->varFlags + index + 1, db->varFlags + index, after * sizeof(int32_t));
-    std::memmove(db->handles + index + 1, db->handles + index, after * sizeof(DataColumn *));
-    std::memmove(db->varInfo + index + 1, db->varInfo + index, after * sizeof(DbVarInfo));
+    DbVarArrays a = dbArraysOf(db);
+    a.move(a, static_cast<size_t>(index), static_cast<size_t>(index) + 1, static_cast<size_t>(db->varCount - index));
     db->handles[index] = column;
     db->columns[index] = ColumnDoubles(column);
     db->names[index] = nullptr; // the rename entry of the same step puts the name back
@@ -97,14 +78,9 @@ void insertVariable(Database *db, int index, DataColumn *column, int32_t flags) 
 
 void restoreSnapshot(Database *db, DbUndoEntry *e) {
     while (db->varCount > 0) dbDropVariable(db, db->varCount - 1);
-    for (int i = 0; i < e->snapVars; ++i) {
-        db->handles[i] = e->snapHandles[i];
-        db->columns[i] = ColumnDoubles(e->snapHandles[i]);
-        db->names[i] = e->snapNames[i];
-        db->varDescriptions[i] = e->snapDescs[i];
-        db->varFlags[i] = e->snapFlags[i];
-        db->varInfo[i] = e->snapInfo[i];
-    }
+    DbVarArrays a = dbArraysOf(db);
+    a.move(e->snap, 0, 0, static_cast<size_t>(e->snapVars));
+    for (int i = 0; i < e->snapVars; ++i) db->columns[i] = ColumnDoubles(e->snap.handles[i]);
     db->varCount = e->snapVars;
     e->snapVars = 0; // the database owns the contents now
     db->sample = e->sample;
@@ -217,23 +193,17 @@ int dbUndoSnapshot(Database *db, int kind, bool copyData, bool newStep) {
     DbUndoEntry *e = dbUndoPush(db, kind, newStep);
     if (!e) return 0;
     const int n = db->varCount;
-    const size_t slots = n > 0 ? static_cast<size_t>(n) : 1;
-    e->snapHandles = static_cast<DataColumn **>(KvCalloc(slots, sizeof(DataColumn *)));
-    e->snapNames = static_cast<char **>(KvCalloc(slots, sizeof(char *)));
-    e->snapDescs = static_cast<char **>(KvCalloc(slots, sizeof(char *)));
-    e->snapFlags = static_cast<int32_t *>(KvCalloc(slots, sizeof(int32_t)));
-    e->snapInfo = static_cast<DbVarInfo *>(KvCalloc(slots, sizeof(DbVarInfo)));
-    e->snapVars = n;
-    bool ok = e->snapHandles && e->snapNames && e->snapDescs && e->snapFlags && e->snapInfo;
+    bool ok = e->snap.alloc(n > 0 ? static_cast<size_t>(n) : 1, false);
+    if (ok) e->snapVars = n;
+    DbVarArrays &a = e->snap;
     for (int i = 0; ok && i < n; ++i) {
         const DataColumn *h = db->handles[i];
-        e->snapHandles[i] =
-            copyData ? ColumnCreateVector(h->count, ColumnDoubles(h)) : ColumnRetain(db->handles[i]);
-        e->snapNames[i] = dbCopyText(dbNameOf(db, i), DB_MAX_NAME);
-        e->snapDescs[i] = db->varDescriptions[i] ? dbCopyText(db->varDescriptions[i], SIZE_MAX) : nullptr;
-        e->snapFlags[i] = db->varFlags[i];
-        e->snapInfo[i] = db->varInfo[i];
-        ok = e->snapHandles[i] && e->snapNames[i] && (e->snapDescs[i] || !db->varDescriptions[i]);
+        a.handles[i] = copyData ? ColumnCreateVector(h->count, ColumnDoubles(h)) : ColumnRetain(db->handles[i]);
+        a.names[i] = dbCopyText(dbNameOf(db, i), DB_MAX_NAME);
+        a.descs[i] = db->varDescriptions[i] ? dbCopyText(db->varDescriptions[i], SIZE_MAX) : nullptr;
+        a.flags[i] = db->varFlags[i];
+        a.info[i] = db->varInfo[i];
+        ok = a.handles[i] && a.names[i] && (a.descs[i] || !db->varDescriptions[i]);
     }
     if (!ok) {
         dbUndoFreeChain(db);

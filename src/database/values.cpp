@@ -88,6 +88,17 @@ double timeAfterHour(const char *&q, int hours) {
     return TimeToDayFraction(hours, minutes, seconds, hundredths);
 }
 
+// A date read as a day number; a negative one (no such date) makes the token unreadable.
+void takeDay(double day, double *x, int *kind, int *flag) {
+    if (day < 0) {
+        *kind = VALUE_UNREADABLE;
+        *flag = 1;
+    } else {
+        *x = day;
+        *kind = VALUE_DATE;
+    }
+}
+
 } // namespace
 
 const char *ReadValueToken(const char *text, int yearIsDate, double *value, int *kind, int *flag) {
@@ -150,13 +161,7 @@ const char *ReadValueToken(const char *text, int yearIsDate, double *value, int 
                     }
                 }
                 next = q;
-                if (day < 0) {
-                    k = VALUE_UNREADABLE;
-                    f = 1;
-                } else {
-                    x = day;
-                    k = VALUE_DATE;
-                }
+                takeDay(day, &x, &k, &f);
             } else if (*q == ':' && isWholeYear(x) && x >= 0) {
                 ++q;
                 int minutes = 0, seconds = 0, hundredths = 0;
@@ -167,14 +172,7 @@ const char *ReadValueToken(const char *text, int yearIsDate, double *value, int 
                 k = VALUE_DATE;
                 next = q;
             } else if (yearIsDate && isWholeYear(x)) {
-                const int day = JulianDay(static_cast<int>(x), 1, 1);
-                if (day < 0) {
-                    k = VALUE_UNREADABLE;
-                    f = 1;
-                } else {
-                    x = day;
-                    k = VALUE_DATE;
-                }
+                takeDay(JulianDay(static_cast<int>(x), 1, 1), &x, &k, &f);
             }
             if (k != VALUE_UNREADABLE) v = x;
         } else {
