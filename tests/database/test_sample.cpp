@@ -18,90 +18,53 @@ void step(int *y, int *p, int f, int dir) {
 }
 
 LocalTime g_now;
-void fixedClock(LocalTime *now) { *now = g_now; }
 
 } // namespace
 
-// Every observation of several samples, walked one period at a time, forward and backward.
+// Every observation of several samples, from 3 years and 2 periods before the start to the end,
+// walked one period at a time; then the end moved, and the start from the end, for every count
+// from 1 to twice the sample.
 TEST(Sample, ArithmeticAgainstAWalk) {
-    const Sample samples[] = {
-        {1990, 3, 1991, 2, 4},  {1950, 1, 2010, 12, 12}, {1996, 1, 2005, 1, 1},
-        {2001, 40, 2003, 7, 52}, {1999, 5, 1999, 5, 7},   {-5, 2, 3, 1, 3},
-    };
+    const Sample samples[] = {{1990, 3, 1991, 2, 4},   {1950, 1, 2010, 12, 12}, {1996, 1, 2005, 1, 1},
+                              {2001, 40, 2003, 7, 52}, {1999, 5, 1999, 5, 7},   {-5, 2, 3, 1, 3}};
     for (const Sample &s : samples) {
-        SCOPED_TRACE(testing::Message() << s.startYear << "(" << s.startPeriod << ")-" << s.endYear << "("
-                                        << s.endPeriod << ")/" << s.frequency);
-        int y = s.startYear, p = s.startPeriod, t = 0;
-        for (; !(y == s.endYear && p == s.endPeriod); ++t) {
+        SCOPED_TRACE(testing::Message() << s.startYear << "(" << s.startPeriod << ")/" << s.frequency);
+        int y = s.startYear, p = s.startPeriod, t = -3 * s.frequency - 2;
+        for (int k = 0; k > t; --k) step(&y, &p, s.frequency, -1);
+        for (;; ++t, step(&y, &p, s.frequency, 1)) {
             ASSERT_EQ(SampleObsIndex(y, p, s), t);
-            ASSERT_EQ(SampleYearOfObs(t, s), y);
-            ASSERT_EQ(SamplePeriodOfObs(t, s), p);
-            step(&y, &p, s.frequency, 1);
+            ASSERT_EQ(SampleYearOfObs(t, s), y) << t;
+            ASSERT_EQ(SamplePeriodOfObs(t, s), p) << t;
+            if (y == s.endYear && p == s.endPeriod) break;
         }
         EXPECT_EQ(SampleObsCount(s), t + 1);
-        // Before the start: negative indices.
-        y = s.startYear, p = s.startPeriod;
-        for (int k = -1; k >= -3 * s.frequency - 2; --k) {
-            step(&y, &p, s.frequency, -1);
-            ASSERT_EQ(SampleYearOfObs(k, s), y) << k;
-            ASSERT_EQ(SamplePeriodOfObs(k, s), p) << k;
-            ASSERT_EQ(SampleObsIndex(y, p, s), k);
-        }
-        // Moving the end, and the start from the end, for every count from 1 to 2n.
-        const int n = SampleObsCount(s);
-        for (int c = 1; c <= 2 * n; ++c) {
-            Sample a = s;
+        for (int c = 1; c <= 2 * (t + 1); ++c) {
+            Sample a = s, b = s;
             SampleSetCount(&a, c);
-            ASSERT_EQ(a.endYear, SampleYearOfObs(c - 1, s));
-            ASSERT_EQ(a.endPeriod, SamplePeriodOfObs(c - 1, s));
-            ASSERT_EQ(SampleObsCount(a), c);
-            Sample b = s;
             SampleSetStartFromEnd(&b, c);
-            ASSERT_EQ(b.endYear, s.endYear);
-            ASSERT_EQ(b.endPeriod, s.endPeriod);
-            ASSERT_TRUE(b.startPeriod >= 1 && b.startPeriod <= s.frequency);
-            ASSERT_EQ(SampleObsCount(b), c);
+            ASSERT_TRUE(a.endYear == SampleYearOfObs(c - 1, s) && a.endPeriod == SamplePeriodOfObs(c - 1, s)) << c;
+            ASSERT_TRUE(b.endYear == s.endYear && b.endPeriod == s.endPeriod && b.startPeriod >= 1 &&
+                        b.startPeriod <= s.frequency) << c;
+            ASSERT_TRUE(SampleObsCount(a) == c && SampleObsCount(b) == c) << c;
         }
     }
-    const Sample q = {1990, 3, 1991, 2, 4}, zero = {2000, 1, 2004, 1, 0}, wide = {-2000000000, 1, 2000000000, 1, 1000};
-    EXPECT_EQ(SampleObsCount(q), 4);
-    EXPECT_EQ(SampleYearOfObs(2, q), 1991);
-    EXPECT_EQ(SamplePeriodOfObs(2, q), 1);
-    EXPECT_EQ(SampleYearOfObs(3, zero), 2003); // frequency 0 is taken as 1
+    const Sample zero = {2000, 1, 2004, 1, 0}, wide = {-2000000000, 1, 2000000000, 1, 1000};
+    EXPECT_EQ(SampleYearOfObs(3, zero), 2003);   // frequency 0 is taken as 1
     EXPECT_EQ(SampleObsCount(wide), 2147483647); // clamped, no overflow
     SampleSetCount(nullptr, 3);
 }
 
-TEST(Sample, FormatPeriod) {
-    struct Row {
-        Sample s;
-        int y, p;
-        const char *want;
-    } rows[] = {
-        {{1990, 1, 2000, 1, 1}, 1995, 1, "1995"},
-        {{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
-        {{1990, 1, 2000, 4, 4}, 1995, 3, "1995(3)"},
-        {{1990, 1, 2000, 12, 12}, 1995, 3, "1995( 3)"},
-        {{1990, 1, 2000, 12, 12}, 1995, 11, "1995(11)"},
-        {{1000, 1, 1999, 12, 12}, 1995, 3, " 1995(  3)"}, // 12,000 observations
-        {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"},
-        {{1990, 1, 2000, 52, 52}, 1990, 7, "1990( 7)"},
-    };
-    for (const Row &r : rows) {
-        char out[KV_DATE_TEXT_MAX];
-        EXPECT_STREQ(FormatPeriod(out, sizeof out, r.y, r.p, r.s), r.want);
-    }
-}
+TEST(Sample, PeriodAndFrequencyTexts) {
+    char out[KV_DATE_TEXT_MAX];
+    struct Period { Sample s; int y, p; const char *want; } periods[] = {
+        {{1990, 1, 2000, 1, 1}, 1995, 1, "1995"},          {{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
+        {{1990, 1, 2000, 4, 4}, 1995, 3, "1995(3)"},       {{1990, 1, 2000, 12, 12}, 1995, 3, "1995( 3)"},
+        {{1990, 1, 2000, 12, 12}, 1995, 11, "1995(11)"},   {{1000, 1, 1999, 12, 12}, 1995, 3, " 1995(  3)"},
+        {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"}, {{1990, 1, 2000, 52, 52}, 1990, 7, "1990( 7)"}};
+    for (const Period &r : periods) EXPECT_STREQ(FormatPeriod(out, sizeof out, r.y, r.p, r.s), r.want);
 
-TEST(Sample, FrequencyFacts) {
     const double first = JulianDay(2001, 1, 1);
-    struct Row {
-        Sample s;
-        int nobs, dated;
-        double first, last;
-        const char *name;
-        int daysPerWeek, obsPerYear;
-    } rows[] = {
+    struct Row { Sample s; int nobs, dated; double first, last; const char *name; int daysPerWeek, obsPerYear; } rows[] = {
         {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},
         {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
         {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},
@@ -116,7 +79,6 @@ TEST(Sample, FrequencyFacts) {
         {{1, 1, 3, 1, 1}, 3, 1, first, first - 5, "Dated", 0, 0}, // dates out of order
     };
     for (const Row &r : rows) {
-        char out[KV_DATE_TEXT_MAX];
         EXPECT_STREQ(SampleFrequencyName(out, sizeof out, r.s, r.nobs, r.dated, r.first, r.last), r.name);
         EXPECT_EQ(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last), r.daysPerWeek) << r.name;
         EXPECT_EQ(SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last), r.obsPerYear) << r.name;
@@ -125,43 +87,27 @@ TEST(Sample, FrequencyFacts) {
 
 TEST(DateText, FormatDateValue) {
     const double d2000 = 2451545.0; // 2000-01-01, a Saturday
-    const double t1345 = TimeToDayFraction(13, 45, 30, 25);
-    const double t1345z = TimeToDayFraction(13, 45, 0, 0);
-    struct Row {
-        double v;
-        int weekday, zeroTime, space, seconds;
-        const char *want;
-    } rows[] = {
-        {MissingValueOf(), 1, 1, 1, 1, "."},
-        {0.0, 0, 0, 0, 0, "00:00"},
-        {0.0, 1, 1, 1, 1, "00:00:00"},
-        {d2000 + 0.5, 0, 0, 0, 0, "2000-01-01T12:00"},
-        {d2000, 0, 0, 0, 0, "2000-01-01"},
-        {d2000, 1, 0, 0, 0, "2000-01-01 Sat"},
-        {d2000, 0, 1, 1, 1, "2000-01-01 00:00:00"},
-        {d2000, 0, 1, 0, 0, "2000-01-01T00:00"},
-        {d2000, 1, 1, 0, -1, "2000-01-01 SatT00:00"},
-        {d2000 + t1345, 0, 0, 0, 0, "2000-01-01T13:45:30.25"},
-        {d2000 + t1345, 0, 0, 0, -1, "2000-01-01T13:45"},
-        {d2000 + t1345, 0, 0, 0, 2, "2000-01-01T13:45.25"},
-        {d2000 + t1345z, 0, 0, 0, 0, "2000-01-01T13:45"},
-        {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},
-        {t1345, 0, 0, 0, 0, "13:45:30.25"},
+    const double t1345 = TimeToDayFraction(13, 45, 30, 25), t1345z = TimeToDayFraction(13, 45, 0, 0);
+    struct Row { double v; int weekday, zeroTime, space, seconds; const char *want; } rows[] = {
+        {MissingValueOf(), 1, 1, 1, 1, "."},           {1e300, 0, 0, 0, 0, "."},
+        {0.0, 0, 0, 0, 0, "00:00"},                    {0.0, 1, 1, 1, 1, "00:00:00"},
+        {d2000 + 0.5, 0, 0, 0, 0, "2000-01-01T12:00"}, {d2000, 0, 0, 0, 0, "2000-01-01"},
+        {d2000, 1, 0, 0, 0, "2000-01-01 Sat"},         {d2000, 0, 1, 1, 1, "2000-01-01 00:00:00"},
+        {d2000, 0, 1, 0, 0, "2000-01-01T00:00"},       {d2000, 1, 1, 0, -1, "2000-01-01 SatT00:00"},
+        {d2000 + t1345, 0, 0, 0, 0, "2000-01-01T13:45:30.25"}, {d2000 + t1345, 0, 0, 0, -1, "2000-01-01T13:45"},
+        {d2000 + t1345, 0, 0, 0, 2, "2000-01-01T13:45.25"},    {d2000 + t1345z, 0, 0, 0, 0, "2000-01-01T13:45"},
+        {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},   {t1345, 0, 0, 0, 0, "13:45:30.25"},
         {TimeToDayFraction(0, 0, 1, 0), 0, 0, 1, 0, "00:00:01"},
         {static_cast<double>(JulianDay(-44, 3, 15)), 0, 0, 0, 0, "-44-03-15"},
-        {1e300, 0, 0, 0, 0, "."},
     };
-    for (const Row &r : rows) {
-        char out[KV_DATE_TEXT_MAX];
-        EXPECT_STREQ(FormatDateValue(out, sizeof out, r.v, r.weekday, r.zeroTime, r.space, r.seconds), r.want)
-            << r.want;
-    }
-    char small[6];
+    char out[KV_DATE_TEXT_MAX], small[6];
+    for (const Row &r : rows)
+        EXPECT_STREQ(FormatDateValue(out, sizeof out, r.v, r.weekday, r.zeroTime, r.space, r.seconds), r.want);
     EXPECT_STREQ(FormatDateValue(small, sizeof small, d2000, 1, 1, 1, 1), "2000-");
 }
 
 TEST(DateText, CurrentTimeUnderAFixedClock) {
-    SetLocalClock(fixedClock);
+    SetLocalClock([](LocalTime *now) { *now = g_now; });
     char out[KV_DATE_TEXT_MAX];
     for (const char *day : {"1st", "2nd", "3rd", "4th", "10th", "11th", "12th", "13th", "19th", "20th", "21st", "22nd",
                             "23rd", "24th", "30th", "31st"}) {
@@ -177,8 +123,7 @@ TEST(DateText, CurrentTimeUnderAFixedClock) {
     SetLocalClock(nullptr);
     EXPECT_EQ(std::strlen(FormatToday(out, sizeof out)), 10u); // the system clock again
     // Elapsed time: rounded to hundredths before it is split.
-    EXPECT_STREQ(FormatElapsed(out, sizeof out, 3723.456), " 1:02:03.46");
-    EXPECT_STREQ(FormatElapsed(out, sizeof out, 59.999), " 0:01:00.00");
-    EXPECT_STREQ(FormatElapsed(out, sizeof out, 360000.0), "100:00:00.00");
-    EXPECT_STREQ(FormatElapsed(out, sizeof out, -1e300), " 0:00:00.00");
+    struct Elapsed { double seconds; const char *want; } elapsed[] = {
+        {3723.456, " 1:02:03.46"}, {59.999, " 0:01:00.00"}, {360000.0, "100:00:00.00"}, {-1e300, " 0:00:00.00"}};
+    for (const Elapsed &e : elapsed) EXPECT_STREQ(FormatElapsed(out, sizeof out, e.seconds), e.want);
 }
