@@ -1,31 +1,18 @@
 // Long-run score covariance against the direct double sum over observations and lags, the lag
 // truncation at its integer boundaries, and the Kronecker selection against the full product
-// formed in the test; bad indices, empty selections, bad input and allocation failures.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <limits>
+// formed in the test: indices out of range, empty selections and zero-sized factors.
 #include <random>
-#include <vector>
 
-#include "common/fault.h"
+#include "common/host_call.h"
 #include "estimators/longrun.h"
 #include "kavrel/kavrel.h"
-#include "kavrel/lumohost.h"
-#include "estimators/host_call.h"
 
 namespace {
 
 const double NaN = std::numeric_limits<double>::quiet_NaN();
 
-Vec resultValues(const LumoValue *v, int *rows, int *cols) {
-    LumoValGetMatrix(v, rows, cols);
-    return HostValues(v);
-}
-
-
-// V[a][b] = sum_t s_t[a] s_t[b] + sum_{l=1..L} (1 - l/(L+1)) sum_{t>=l} (s_t[a] s_{t-l}[b] + s_{t-l}[a] s_t[b]).
+// V[a][b] = sum_t s_t[a] s_t[b] + sum_{l=1..L} (1 - l/(L+1)) sum_{t>=l} (s_t[a] s_{t-l}[b] + s_{t-l}[a] s_t[b]),
+// s_t[a] = X[t][a / m] U[t][a % m].
 std::vector<long double> directLongRun(const Vec &X, const Vec &U, int T, int k, int m, int L) {
     const int km = k * m;
     auto s = [&](int t, int a) { return static_cast<long double>(X[t * k + a / m]) * U[t * m + a % m]; };
@@ -50,8 +37,9 @@ TEST(LongRun, LagTruncationAtItsIntegerBoundaries) {
 TEST(LongRun, MatchesDirectDoubleSum) {
     std::mt19937_64 rng(17);
     std::normal_distribution<double> z;
+    // L: the lag the export must use (T = 100 gives 4, T = 99 gives 3); T = 0 gives a zero matrix.
     struct Case { int T, k, m, hac, L; } cases[] = {
-        {100, 2, 2, 1, 4}, {99, 3, 1, 1, 3}, {99, 2, 3, 0, 0}, {3, 1, 2, 1, 1}, {1, 2, 1, 1, 1},
+        {100, 2, 2, 1, 4}, {99, 3, 1, 1, 3}, {99, 2, 3, 0, 0}, {3, 1, 2, 1, 1}, {1, 2, 1, 1, 1}, {0, 2, 2, 1, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(::testing::Message() << "T=" << c.T << " k=" << c.k << " m=" << c.m << " hac=" << c.hac);
@@ -59,138 +47,53 @@ TEST(LongRun, MatchesDirectDoubleSum) {
         for (double &x : X) x = z(rng);
         for (double &u : U) u = z(rng);
         for (int t = 1; t < c.T; ++t) U[t * c.m] += 0.6 * U[(t - 1) * c.m]; // autocorrelated scores
-        HostCall<4> h;
-        h.mat(0, c.T, c.k, X);
-        h.mat(1, c.T + 2, c.m, U);
-        LumoValSetInt(&h.args[2], c.hac);
-        ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-        int r, k;
-        Vec V = resultValues(&h.result, &r, &k);
-        ASSERT_EQ(r, c.k * c.m);
-        ASSERT_EQ(k, c.k * c.m);
-        auto want = directLongRun(X, U, c.T, c.k, c.m, c.L);
-        for (size_t i = 0; i < V.size(); ++i) EXPECT_NEAR(V[i], static_cast<double>(want[i]), 1e-12 * c.T) << i;
+        HostCall h;
+        ASSERT_EQ(h.mat(0, c.T, c.k, X).mat(1, c.T + 2, c.m, U).num(2, c.hac).invoke(FnGLScovariance), 1);
+        EXPECT_EQ(LumoValGetMatrix(&h.result, nullptr, nullptr) ? h.result.v.w.u.cols : -1, c.k * c.m);
+        ExpectClose(h.values(), directLongRun(X, U, c.T, c.k, c.m, c.L), 1e-12 * c.T);
     }
-}
-
-TEST(LongRun, EdgeCasesAndFailures) {
     // NaN in a residual spreads to the rows and columns of its equation only.
-    HostCall<4> h;
-    h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8});
-    h.mat(1, 4, 2, {1, 1, NaN, 1, 1, 1, 1, 1});
-    LumoValSetInt(&h.args[2], 0);
-    ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-    int r, c;
-    Vec V = resultValues(&h.result, &r, &c);
-    for (int a = 0; a < 4; ++a)
-        for (int b = 0; b < 4; ++b) EXPECT_EQ(std::isnan(V[a * 4 + b]), a % 2 == 0 || b % 2 == 0) << a << b;
-
-    // Too few rows in U: untouched. No observations: a zero k m x k m matrix.
-    h.mat(1, 3, 2, Vec(6, 1.0));
-    LumoValSetInt(&h.result, 99);
-    ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-    EXPECT_EQ(LumoValGetInt(&h.result), 99);
-    h.mat(0, 0, 2, {});
-    ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-    EXPECT_EQ(resultValues(&h.result, &r, &c), Vec(16, 0.0));
-
-    // Scratch failure: a zero result; host failure: an empty result.
-    h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8});
-    h.mat(1, 4, 2, Vec(8, 1.0));
-    LumoValSetInt(&h.args[2], 1);
-    EXPECT_EQ(ForEachLibraryAllocationFailure([&](long n) {
-                  ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-                  if (n <= 2) {
-                      EXPECT_EQ(resultValues(&h.result, &r, &c), Vec(16, 0.0));
-                  }
-              }),
-              2);
-    EXPECT_EQ(ForEachHostAllocationFailure([&](long n) {
-                  ASSERT_EQ(LumoHostInvoke(FnGLScovariance, &h.result, h.args, 3), 1);
-                  EXPECT_EQ(LumoValGetType(&h.result), n <= 2 ? LUMO_EMPTY : LUMO_MATRIX);
-              }),
-              2);
+    HostCall h;
+    ASSERT_EQ(h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8}).mat(1, 4, 2, {1, 1, NaN, 1, 1, 1, 1, 1}).num(2, 0).invoke(FnGLScovariance), 1);
+    const Vec V = h.values();
+    for (int a = 0; a < 16; ++a) EXPECT_EQ(std::isnan(V[a]), a / 4 % 2 == 0 || a % 2 == 0) << a;
 }
 
 TEST(Kronecker, SelectionMatchesFullProduct) {
-    const int rA = 3, cA = 2, rB = 2, cB = 4;
-    const Vec A = {1, 2, 3, 4, 5, 6}, B = {0.5, -1, 2, 3, 7, 0.25, -4, 9};
-    auto full = [&](int r, int c) { return A[(r / rB) * cA + c / cB] * B[(r % rB) * cB + c % cB]; };
-    Vec all(cA * cB);
-    for (int j = 0; j < cA * cB; ++j) all[j] = j;
-    struct Case {
-        const char *what;
-        Vec R, C;
-        int rows, cols;
-        Vec rowOf, colOf; // the product's row and column behind each result element; -1: missing
-    } cases[] = {
-        {"chosen rows and columns", {5, 0, 3}, {7, 2}, 3, 2, {5, 0, 3}, {7, 2}},
-        {"empty R: all rows", {}, {1, 6}, 6, 2, {0, 1, 2, 3, 4, 5}, {1, 6}},
-        {"empty R, all columns: the full product", {}, all, 6, 8, {0, 1, 2, 3, 4, 5}, all},
-        {"2.9 is row 2, -0.5 row 0", {2.9, -0.5}, {3.99}, 2, 1, {2, 0}, {3}},
-        {"outside the product or not a number", {-1, 6, NaN, 1e300, 1}, {8, -INFINITY, 0}, 5, 3,
+    // A = 1.5 (1, 2, ...) row by row, B = (0.5, -1, 2, ...) cycled: every product element distinct.
+    const Vec bs = {0.5, -1, 2, 3, 7, 0.25, -4, 9};
+    Vec all(8);
+    for (int j = 0; j < 8; ++j) all[j] = j;
+    const struct { const char *what; int rA, cA, rB, cB; Vec R, C, rowOf, colOf; } cases[] = {
+        // rowOf, colOf: the product's row and column behind each result element (-1: missing)
+        {"chosen rows and columns", 3, 2, 2, 4, {5, 0, 3}, {7, 2}, {5, 0, 3}, {7, 2}},
+        {"empty R: all rows", 3, 2, 2, 4, {}, {1, 6}, {0, 1, 2, 3, 4, 5}, {1, 6}},
+        {"empty R, all columns: the full product", 3, 2, 2, 4, {}, all, {0, 1, 2, 3, 4, 5}, all},
+        {"2.9 is row 2, -0.5 row 0", 3, 2, 2, 4, {2.9, -0.5}, {3.99}, {2, 0}, {3}},
+        {"outside the product or not a number", 3, 2, 2, 4, {-1, 6, NaN, 1e300, 1}, {8, -INFINITY, 0},
          {-1, -1, -1, -1, 1}, {-1, -1, 0}},
+        {"empty C: cA cB rows and no columns, whatever R holds", 3, 2, 2, 4, {0, 1}, {}, Vec(8), {}},
+        {"empty R and C", 3, 2, 2, 4, {}, {}, Vec(8), {}},
+        {"B without rows: every requested element missing", 3, 2, 0, 4, {0, 1}, {0, 1}, {-1, -1}, {0, 1}},
+        {"B 0 x 0, empty R: no rows", 3, 2, 0, 0, {}, {0, 1}, {}, {-1, -1}},
+        {"A without columns", 3, 0, 2, 4, {0}, {0, 1, 2}, {0}, {-1, -1, -1}},
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);
-        HostCall<4> h;
-        h.mat(0, rA, cA, A);
-        h.mat(1, rB, cB, B);
-        h.mat(2, 1, static_cast<int>(k.R.size()), k.R);
-        h.mat(3, static_cast<int>(k.C.size()), 1, k.C);
-        ASSERT_EQ(LumoHostInvoke(FnKroneckerSel, &h.result, h.args, 4), 1);
-        int r, c;
-        Vec got = resultValues(&h.result, &r, &c);
-        ASSERT_EQ(r, k.rows);
-        ASSERT_EQ(c, k.cols);
-        for (int i = 0; i < r; ++i)
-            for (int j = 0; j < c; ++j) {
-                const int pr = static_cast<int>(k.rowOf[i]), pc = static_cast<int>(k.colOf[j]);
-                if (pr < 0 || pc < 0) EXPECT_TRUE(std::isnan(got[i * c + j])) << i << "," << j;
-                else EXPECT_EQ(got[i * c + j], full(pr, pc)) << i << "," << j;
-            }
+        Vec A(k.rA * k.cA), B(k.rB * k.cB);
+        for (size_t i = 0; i < A.size(); ++i) A[i] = 1.5 * (i + 1);
+        for (size_t i = 0; i < B.size(); ++i) B[i] = bs[i % bs.size()];
+        HostCall h;
+        ASSERT_EQ(h.mat(0, k.rA, k.cA, A).mat(1, k.rB, k.cB, B).row(2, k.R).col(3, k.C).invoke(FnKroneckerSel), 1);
+        int r = -1, c = -1;
+        LumoValGetMatrix(&h.result, &r, &c);
+        ASSERT_TRUE(r == static_cast<int>(k.rowOf.size()) && c == static_cast<int>(k.colOf.size())) << r << " x " << c;
+        Vec want;
+        for (double pr : k.rowOf)
+            for (double pc : k.colOf)
+                want.push_back(pr < 0 || pc < 0 ? NaN : A[(int(pr) / k.rB) * k.cA + int(pc) / k.cB] * B[(int(pr) % k.rB) * k.cB + int(pc) % k.cB]);
+        ExpectClose(h.values(), want, 0);
     }
-}
-
-TEST(Kronecker, EmptyColumnsAndZeroSizedFactors) {
-    struct Case {
-        const char *what;
-        int rA, cA, rB, cB, nR, nC;
-        int rows, cols; // expected result shape
-        bool allMissing;
-    } cases[] = {
-        {"empty C: cA cB rows and no columns, whatever R holds", 3, 2, 2, 4, 2, 0, 8, 0, false},
-        {"empty R and C", 3, 2, 2, 4, 0, 0, 8, 0, false},
-        {"B without rows: every requested element missing", 3, 2, 0, 4, 2, 2, 2, 2, true},
-        {"B 0 x 0, empty R: no rows", 3, 2, 0, 0, 0, 2, 0, 2, false},
-        {"A without columns", 3, 0, 2, 4, 1, 3, 1, 3, true},
-    };
-    for (const auto &k : cases) {
-        SCOPED_TRACE(k.what);
-        HostCall<4> h;
-        h.mat(0, k.rA, k.cA, Vec(k.rA * k.cA, 1.5));
-        h.mat(1, k.rB, k.cB, Vec(k.rB * k.cB, 2.0));
-        h.mat(2, k.nR, 1, Vec(k.nR, 0.0));
-        h.mat(3, 1, k.nC, Vec(k.nC, 1.0));
-        ASSERT_EQ(LumoHostInvoke(FnKroneckerSel, &h.result, h.args, 4), 1);
-        int r, c;
-        Vec got = resultValues(&h.result, &r, &c);
-        EXPECT_EQ(r, k.rows);
-        EXPECT_EQ(c, k.cols);
-        for (double v : got) EXPECT_TRUE(k.allMissing && std::isnan(v));
-    }
-    // No library allocation; a host failure leaves the result empty.
-    HostCall<4> h;
-    h.mat(0, 2, 2, {1, 2, 3, 4});
-    h.mat(1, 1, 1, {2});
-    h.mat(2, 1, 1, {1});
-    h.mat(3, 1, 1, {1});
-    EXPECT_EQ(ForEachLibraryAllocationFailure([&](long) { LumoHostInvoke(FnKroneckerSel, &h.result, h.args, 4); }), 0);
-    EXPECT_EQ(ForEachHostAllocationFailure([&](long n) {
-                  ASSERT_EQ(LumoHostInvoke(FnKroneckerSel, &h.result, h.args, 4), 1);
-                  EXPECT_EQ(LumoValGetType(&h.result), n <= 2 ? LUMO_EMPTY : LUMO_MATRIX);
-              }),
-              2);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // Pivoted Householder least squares, Cholesky, SPD inversion and log-determinant against long
-// double normal equations and elimination (tests/matrix/reference.h).
+// double normal equations and elimination (tests/common/reference.h).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 #include "matrix/cholesky.h"
 #include "matrix/matrix.h"
 #include "matrix/qr.h"
-#include "matrix/reference.h"
+#include "common/reference.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Independent long double references for the least-squares tests: deterministic data and the
 // inverse of a normal-equations matrix restricted to chosen variables (Gauss-Jordan elimination).
-#ifndef KAVREL_TESTS_MATRIX_REFERENCE_H
-#define KAVREL_TESTS_MATRIX_REFERENCE_H
+#ifndef KAVREL_TESTS_COMMON_REFERENCE_H
+#define KAVREL_TESTS_COMMON_REFERENCE_H
 
 #include <cmath>
 #include <cstdint>
@@ -11,12 +11,17 @@
 using LVec = std::vector<long double>;
 using LMat = std::vector<LVec>;
 
-// Uniform(-1, 1) draws.
+// Deterministic uniform(-1, 1) draws (Knuth's MMIX linear congruential generator).
 struct Lcg {
     uint64_t s;
     double next() {
         s = s * 6364136223846793005ULL + 1442695040888963407ULL;
         return static_cast<double>(s >> 11) / 9007199254740992.0 * 2.0 - 1.0;
+    }
+    std::vector<double> draws(size_t n) {
+        std::vector<double> v(n);
+        for (double &d : v) d = next();
+        return v;
     }
 };
 
