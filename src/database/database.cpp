@@ -729,11 +729,11 @@ int DbExtendSample(Database *db, int a, int b) {
         db->sample.startPeriod = period;
     }
     SampleSetCount(&db->sample, static_cast<int>(N));
-    if (dated && db->varCount > 0) {
-        const int64_t lo = a > 0 ? a : 0;
-        const int64_t hi = (a + T - 1 < N - 1) ? a + T - 1 : N - 1;
-        continueDates(db->columns[0], N, lo, hi, daysPerWeek, spacing);
-    }
+    // The dates are continued outward from the old observations that remain, lo..hi; when the
+    // extension drops them all there is nothing to continue from and the dates stay missing.
+    const int64_t lo = a > 0 ? a : 0;
+    const int64_t hi = (a + T - 1 < N - 1) ? a + T - 1 : N - 1;
+    if (dated && db->varCount > 0 && lo <= hi) continueDates(db->columns[0], N, lo, hi, daysPerWeek, spacing);
     dbAnnounce(db);
     return lost ? 0 : 1;
 }
