@@ -10,10 +10,11 @@ namespace {
 
 enum Design { PLAIN, ZERO_COLUMN, LATE_DUMMY, BADLY_SCALED };
 
+// Rows 0..last of Y (n columns) and X (k columns, the first a constant).
 struct Problem {
     int n, k, first, last, force;
     Design design;
-    Vec y, x; // last+1 rows, row-major, n and k columns
+    Vec y, x;
     double Y(int t, int e) const { return y[static_cast<size_t>(t) * n + e]; }
     double X(int t, int j) const { return x[static_cast<size_t>(t) * k + j]; }
 };
@@ -23,9 +24,8 @@ Problem makeProblem(int n, int k, int first, int last, int force, Design design)
     Lcg g{11};
     for (int t = 0; t <= last; ++t) {
         for (int j = 0; j < k; ++j) {
-            double v = j == 0 ? 1.0 : g.next() + 0.2 * j;
-            if (j == k - 1 && (design == ZERO_COLUMN || (design == LATE_DUMMY && t < first + 60))) v = 0.0;
-            p.x.push_back(design == BADLY_SCALED && j == k - 1 ? 1e-8 * v : v);
+            const bool zero = j == k - 1 && (design == ZERO_COLUMN || (design == LATE_DUMMY && t < first + 60));
+            p.x.push_back(j == 0 ? 1.0 : zero ? 0.0 : (g.next() + 0.2 * j) * (design == BADLY_SCALED && j == k - 1 ? 1e-8 : 1));
         }
         for (int e = 0; e < n; ++e) {
             double v = 0.3 * e + 0.5 * g.next();
@@ -38,27 +38,26 @@ Problem makeProblem(int n, int k, int first, int last, int force, Design design)
 
 void rlsCall(HostCall &c, const Problem &p) {
     c.mat(0, p.last + 1, p.n, p.y).mat(1, p.last + 1, p.k, p.x).num(2, p.first).num(3, p.last).num(4, p.force);
-    c.ref(5, 11);
+    ASSERT_EQ(c.ref(5, 11).invoke(FnRlsEst), 1);
+    EXPECT_EQ(c.status(), 1);
 }
 
-int outRows(const Problem &p, int i) { return i == 0 ? p.n * p.k : i == 1 ? p.k : i == 6 ? 1 : p.n; }
-
 // The seven outputs (coefficients, P diagonal, standardised innovations, innovations, RSS,
-// residuals, system statistic) as documented, NaN where nothing is written.
-void bruteForce(const Problem &p, std::vector<std::vector<double>> out[7]) {
-    const int n = p.n, k = p.k, T = p.last - p.first + 1;
-    for (int i = 0; i < 7; ++i) out[i].assign(outRows(p, i), Vec(p.last + 1, NAN));
+// residuals, system statistic), row-major with last+1 columns, NaN where nothing is written.
+std::vector<Vec> bruteForce(const Problem &p) {
+    const int n = p.n, k = p.k, T = p.last - p.first + 1, cols = p.last + 1;
+    std::vector<Vec> out;
+    for (int rows : {n * k, k, n, n, n, n, 1}) out.emplace_back(static_cast<size_t>(rows) * cols, NAN);
     auto wx = [&](int c, int j) -> long double { return c < T ? p.X(p.first + c, j) : 0.0L; }; // working column c
     auto wy = [&](int c, int e) -> long double { return c < T ? p.Y(p.first + c, e) : 0.0L; };
-    LMat xx(k, LVec(k, 0.0L)), xyTrue(n, LVec(k, 0.0L)), xy(n, LVec(k, 0.0L)), S(n, LVec(n, 0.0L)), B(n, LVec(k));
-    LMat Pprev;
+    LMat xx(k, LVec(k, 0.0L)), xyTrue(n, LVec(k, 0.0L)), xy(n, LVec(k, 0.0L)), S(n, LVec(n, 0.0L)), B(n), Pprev;
     LVec rss(n);
     std::vector<int> keep;
     auto fitTo = [&](int t) { // P(t) over first..t on the regressors not identically zero so far
-        for (int i = 0; i < k; ++i)
+        for (int i = 0; i < k; ++i) {
             for (int j = 0; j < k; ++j) xx[i][j] += static_cast<long double>(p.X(t, i)) * p.X(t, j);
-        for (int e = 0; e < n; ++e)
-            for (int j = 0; j < k; ++j) xyTrue[e][j] += static_cast<long double>(p.X(t, j)) * p.Y(t, e);
+            for (int e = 0; e < n; ++e) xyTrue[e][i] += static_cast<long double>(p.X(t, i)) * p.Y(t, e);
+        }
         keep.clear();
         for (int j = 0; j < k; ++j)
             if (xx[j][j] != 0.0L) keep.push_back(j);
@@ -76,8 +75,8 @@ void bruteForce(const Problem &p, std::vector<std::vector<double>> out[7]) {
         return s;
     };
     for (int c = 0; c < k; ++c) Pprev = fitTo(p.first + c);
-    for (int e = 0; e < n; ++e) {
-        B[e] = mul(Pprev, xyTrue[e]); // exactly identified start
+    for (int e = 0; e < n; ++e) { // exactly identified start
+        B[e] = mul(Pprev, xyTrue[e]);
         for (int j = 0; j < k; ++j)
             for (int c = p.first; c < p.first + k; ++c) xy[e][j] += wy(c, e) * wx(c, j);
     }
@@ -91,10 +90,10 @@ void bruteForce(const Problem &p, std::vector<std::vector<double>> out[7]) {
         const LVec Px = mul(full ? P : Pprev, x);
         long double f = 1.0L;
         for (int j = 0; j < k; ++j) f += x[j] * Px[j];
-        if (full) {
+        if (full) { // S from the residuals of the true fit, indexed by absolute columns
             refit = static_cast<int>(keep.size()) < k || p.design == BADLY_SCALED;
             for (auto &r : S) std::fill(r.begin(), r.end(), 0.0L);
-            for (int col = p.first; col <= t; ++col) { // residuals of the true fit, absolute columns
+            for (int col = p.first; col <= t; ++col) {
                 LVec r(n);
                 for (int e = 0; e < n; ++e) r[e] = wy(col, e) - dotX(mul(P, xyTrue[e]), col);
                 for (int a = 0; a < n; ++a)
@@ -106,25 +105,28 @@ void bruteForce(const Problem &p, std::vector<std::vector<double>> out[7]) {
             for (int j = 0; j < k; ++j) xy[e][j] += x[j] * y;
             B[e] = mul(P, xy[e]);
             w[e] = v / std::sqrt(f);
-            if (full) {
-                rss[e] = 0.0L;
-                for (int s = 0; s <= c; ++s) rss[e] += std::pow(wy(s, e) - dotX(B[e], s), 2);
-            } else {
-                rss[e] += w[e] * w[e];
-            }
+            rss[e] = full ? 0.0L : rss[e] + w[e] * w[e];
+            for (int s = 0; full && s <= c; ++s) rss[e] += std::pow(wy(s, e) - dotX(B[e], s), 2);
             const long double vals[6] = {0, 0, w[e], v, rss[e], y - dotX(B[e], c)};
-            for (int i = 2; i < 6; ++i) out[i][e][t] = static_cast<double>(vals[i]);
-            for (int j = 0; j < k; ++j) out[0][e * k + j][t] = static_cast<double>(B[e][j]);
+            for (int i = 2; i < 6; ++i) out[i][e * cols + t] = static_cast<double>(vals[i]);
+            for (int j = 0; j < k; ++j) out[0][(e * k + j) * cols + t] = static_cast<double>(B[e][j]);
         }
         for (int j = 0; j < k; ++j)
-            if (P[j][j] != 0.0L) out[1][j][t] = static_cast<double>(P[j][j]);
+            if (P[j][j] != 0.0L) out[1][j * cols + t] = static_cast<double>(P[j][j]);
         LMat W = S;
-        for (int a = 0; a < n; ++a)
+        long double logDiag = 0;
+        for (int a = 0; a < n; ++a) {
             for (int b = 0; b < n; ++b) W[a][b] = (S[a][b] += full ? 0.0L : w[a] * w[b]) / T;
-        // Until the residuals have n degrees of freedom S is singular: its value is noise.
-        if (c + 1 - k >= n) out[6][0][t] = static_cast<double>(-0.5L * logDetRef(W));
+            logDiag += std::log(W[a][a]);
+        }
+        // Where S is singular (fewer than n residual degrees of freedom, or restarted from zero
+        // at a full step when first > 0) or nearly so, det S / prod S_aa < 1e-9, the statistic
+        // is rounding noise: left missing here and not compared.
+        const long double logDet = logDetRef(W);
+        if (logDet - logDiag > -20) out[6][t] = static_cast<double>(-0.5L * logDet);
         Pprev = P;
     }
+    return out;
 }
 
 TEST(RlsEst, MatchesBruteForceRefits) {
@@ -142,26 +144,13 @@ TEST(RlsEst, MatchesBruteForceRefits) {
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         const Problem p = makeProblem(r.n, r.k, r.first, r.last, r.force, r.design);
-        std::vector<std::vector<double>> ref[7];
-        bruteForce(p, ref);
+        std::vector<Vec> want = bruteForce(p);
         HostCall c;
         rlsCall(c, p);
-        ASSERT_EQ(c.invoke(FnRlsEst), 1);
-        EXPECT_EQ(c.status(), 1);
-        for (int i = 0; i < 7; ++i) {
-            int rows = 0, cols = 0;
-            MATRIX m = LumoValGetMatrix(&c.targets[5 + i], &rows, &cols);
-            ASSERT_TRUE(m && rows == outRows(p, i) && cols == p.last + 1) << "output " << i;
-            double worst = 0.0;
-            for (int a = 0; a < rows; ++a)
-                for (int t = 0; t <= p.last; ++t) {
-                    const double want = ref[i][a][t], got = m[a][t];
-                    if (i == 6 && t >= p.first + p.k && std::isnan(want)) continue; // noise, see above
-                    if (std::isnan(want)) EXPECT_TRUE(std::isnan(got)) << "output " << i << " " << a << " " << t;
-                    else worst = std::fmax(worst, std::fabs(got - want) / std::fmax(std::fabs(want), 1.0));
-                }
-            EXPECT_LE(worst, r.tol) << "output " << i;
-        }
+        const Vec sys = c.out(11);
+        for (int t = p.first + p.k; t <= p.last && t < static_cast<int>(sys.size()); ++t)
+            if (std::isnan(want[6][t])) want[6][t] = sys[t]; // noise, see above
+        for (int i = 0; i < 7; ++i) ExpectClose(c.out(5 + i), want[i], r.tol, ("output " + std::to_string(i)).c_str());
     }
 }
 
@@ -171,8 +160,6 @@ TEST(RlsEst, MissingRegressorValueMakesLaterColumnsMissing) {
     p.x[60 * 3 + 1] = NAN;
     HostCall c;
     rlsCall(c, p);
-    ASSERT_EQ(c.invoke(FnRlsEst), 1);
-    EXPECT_EQ(c.status(), 1);
     for (int i = 5; i < 12; ++i) {
         MATRIX m = LumoValGetMatrix(&c.targets[i], nullptr, nullptr);
         EXPECT_FALSE(std::isnan(m[0][59])) << i;
@@ -189,7 +176,6 @@ TEST(RlsEst, OutputsNamingInputsOrEachOther) {
     rlsCall(alias, p);
     LumoValSetRef(&alias.args[5], &alias.args[0]);
     LumoValSetRef(&alias.args[10], &alias.targets[8]);
-    ASSERT_EQ(all.invoke(FnRlsEst), 1);
     ASSERT_EQ(alias.invoke(FnRlsEst), 1);
     EXPECT_EQ(alias.status(), 1);
     EXPECT_TRUE(SameBits(HostValues(&alias.args[0]), all.out(5)));
