@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "database/column.h"
@@ -30,11 +31,7 @@ inline std::string bitsOf(double x) {
     std::memcpy(&b, &x, sizeof b);
     return std::to_string(b);
 }
-inline Strings takeMessages() {
-    Strings m;
-    m.swap(messages());
-    return m;
-}
+inline Strings takeMessages() { return std::exchange(messages(), Strings{}); }
 inline std::string takePrinted() {
     FlushOutput();
     std::string s;
@@ -94,22 +91,19 @@ inline void expectConsistent(const Database *db) {
     ASSERT_LE(db->varCount, db->capacity);
     for (int i = 0; i < db->varCount; ++i) {
         ASSERT_NE(db->handles[i], nullptr) << i;
-        EXPECT_EQ(db->columns[i], ColumnDoubles(db->handles[i])) << i;
-        EXPECT_GE(db->handles[i]->count, db->obsCount) << i;
-        EXPECT_NE(db->names[i], nullptr) << i;
+        EXPECT_TRUE(db->columns[i] == ColumnDoubles(db->handles[i]) && db->handles[i]->count >= db->obsCount && db->names[i])
+            << i;
     }
 }
 
 // A database "test" over s with the named variables, variable i holding 10 i + t.
 inline Database *makeDb(const std::vector<const char *> &names, Sample s = Sample{1990, 1, 1991, 4, 4}) {
     Database *db = DbCreate("test", 0);
-    EXPECT_EQ(DbSetSample(db, s), 1);
-    if (!names.empty()) {
-        EXPECT_EQ(DbAddVariables(db, static_cast<int>(names.size())), 0);
-    }
-    for (size_t i = 0; i < names.size(); ++i) {
-        EXPECT_EQ(DbSetVariableName(db, static_cast<int>(i), names[i]), 1);
-        for (int t = 0; t < db->obsCount; ++t) db->columns[i][t] = 10.0 * static_cast<double>(i) + t;
+    DbSetSample(db, s);
+    if (!names.empty()) DbAddVariables(db, static_cast<int>(names.size()));
+    for (int i = 0; i < static_cast<int>(names.size()); ++i) {
+        DbSetVariableName(db, i, names[i]);
+        for (int t = 0; t < db->obsCount; ++t) db->columns[i][t] = 10.0 * i + t;
     }
     return db;
 }

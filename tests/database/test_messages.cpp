@@ -39,14 +39,9 @@ Database *fill(Database *db, double value) { // variable 1, the selector
 TEST_F(Messages, EveryMessageInItsSituation) {
     const char *unreadable = "/sys/kernel/profiling"; // a size of 4,096 and fewer bytes to read
     using Act = std::function<void(Database *)>;
-    struct Row {
-        const char *situation;
-        std::vector<const char *> vars; // of the database "test" (1990(1)-1991(4)) the row acts on
-        Act act;
-        Strings want;
-        std::string printed = "";
-        bool available = true;
-    } rows[] = {
+    // vars: of the database "test" (1990(1)-1991(4)) the row acts on; printed: the text channel.
+    struct Row { const char *situation; std::vector<const char *> vars; Act act; Strings want; std::string printed = "";
+                 bool available = true; } rows[] = {
         {"a column cannot be allocated", {"A"}, failFirst([](Database *db) { EXPECT_EQ(DbReplaceColumn(db, 0, nullptr), 0); }),
          {"Error: Out of memory"}},
         {"observations deleted while no column can be made", {"A", "B"},

@@ -34,12 +34,13 @@ Database *makeStoreDb(int undo) {
 
 // One operation of each undo kind, each changing the database; true on success.
 struct StoreOp { const char *what; bool (*op)(Database *); };
+const DbVarInfo kInfo{{1, 2, 3, 4}};
 const StoreOp kStoreOps[] = {
     {"add with growth", [](Database *db) { return DbAddVariables(db, 300) >= 0; }},
     {"delete variable", [](Database *db) { return DbDeleteVariables(db, 1) == 1; }},
     {"shorter sample", [](Database *db) { return DbSetSample(db, Sample{1990, 1, 1990, 3, 4}) == 1; }},
     {"longer sample", [](Database *db) { return DbSetSample(db, Sample{1989, 1, 1995, 4, 4}) == 1; }},
-    {"values", [](Database *db) {
+    {"values", [](Database *db) { // written in place between the snapshot and the mark
          if (DbSnapshotValues(db, 0, 2, 2, 3) != 1) return false;
          db->columns[0][2] = db->columns[2][3] = -1;
          DbMarkChanged(db, 0, 2);
@@ -50,20 +51,15 @@ const StoreOp kStoreOps[] = {
     {"variable description", [](Database *db) { return DbSetVariableDescription(db, 0, "new text") == 1; }},
     {"database description", [](Database *db) { return DbSetDescription(db, "about") == 1; }},
     {"flags", [](Database *db) { return DbSetVariableFlags(db, 1, DB_VAR_PROTECTED) == 1; }},
-    {"info", [](Database *db) {
-         const DbVarInfo info{{1, 2, 3, 4}};
-         return DbSetVariableInfo(db, 0, &info) == 1;
-     }},
+    {"info", [](Database *db) { return DbSetVariableInfo(db, 0, &kInfo) == 1; }},
     {"replace column", [](Database *db) { return DbReplaceColumn(db, 1, nullptr) == 1; }},
     {"delete observations", [](Database *db) { return DbDeleteObservationRange(db, 1, 5) == 1; }},
     {"delete by selector", [](Database *db) { return DbDeleteObservations(db, 0, 1) == 1; }},
     {"extend", [](Database *db) { return DbExtendSample(db, 3, -2) == 1; }},
     {"sort", [](Database *db) { return DbSortObservations(db, 1) == 1; }},
     {"batch", [](Database *db) { // its parts may fail alone: no all-or-nothing to check
-         DbBeginBatch(db);
-         DbAddVariables(db, 1), DbExtendSample(db, 0, 2), DbExtendSample(db, 1, 0);
-         DbDeleteVariables(db, 0), DbDeleteVariables(db, 2);
-         DbEndBatch(db);
+         DbBeginBatch(db), DbAddVariables(db, 1), DbExtendSample(db, 0, 2), DbExtendSample(db, 1, 0);
+         DbDeleteVariables(db, 0), DbDeleteVariables(db, 2), DbEndBatch(db);
          return true;
      }},
 };
