@@ -1,0 +1,152 @@
+#!/usr/bin/env bash
+# The 32-bit Windows build: installs the cross compiler and Wine, cross-builds kavrel15_lumo.dll,
+# lumowin.dll and the test programs, checks the DLL's export and import tables, and runs the test
+# suite under Wine. Without a usable Wine it says so loudly and still passes on the build and the
+# table checks. Environment: KAVREL_WIN_BUILD (build directory, default build/windows),
+# JOBS (parallel jobs, default nproc), KAVREL_WIN_SKIP_INSTALL=1 (use what is installed).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+build=${KAVREL_WIN_BUILD:-build/windows}
+jobs=${JOBS:-$(nproc)}
+triplet=i686-w64-mingw32
+export DEBIAN_FRONTEND=noninteractive
+
+say() { printf '%s\n' "$*"; }
+loud() {
+    printf '\n%s\n' "************************************************************************"
+    printf '*** %s\n' "$@"
+    printf '%s\n\n' "************************************************************************"
+}
+installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
+
+# --- Installation ----------------------------------------------------------------------------
+wine_packages=(wine wine32:i386 wine32-preloader:i386)
+
+# Debian's i386 security index can lag behind the amd64 one on this mirror; then the 32-bit
+# libraries cannot match the amd64 versions already installed. Retry against the main and updates
+# suites only, from a list of our own (the system's sources and package lists stay as they are).
+install_without_security_suite() {
+    local dir
+    dir=$(mktemp -d)
+    mkdir -p "$dir/lists/partial"
+    cat >"$dir/sources.list" <<'EOF'
+deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] http://deb.debian.org/debian bookworm main
+deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] http://deb.debian.org/debian bookworm-updates main
+EOF
+    local opts=(-o "Dir::Etc::SourceList=$dir/sources.list" -o "Dir::Etc::SourceParts=/nonexistent"
+        -o "Dir::State::Lists=$dir/lists")
+    local rc=0
+    apt-get "${opts[@]}" update -qq && apt-get "${opts[@]}" install -y -qq --no-install-recommends "$@" || rc=$?
+    rm -rf "$dir"
+    return $rc
+}
+
+install_wine() {
+    local missing=()
+    for p in "${wine_packages[@]}"; do installed "$p" || missing+=("$p"); done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    say "installing: ${missing[*]}"
+    dpkg --print-foreign-architectures | grep -qx i386 || dpkg --add-architecture i386
+    apt-get update -qq || true
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" && return 0
+    say "plain install of Wine failed; retrying without the security suite"
+    install_without_security_suite "${missing[@]}"
+}
+
+# Wine's 32-bit loader is a 32-bit Linux program. A kernel without 32-bit emulation cannot run it
+# natively; then QEMU's user-mode emulator runs it, registered for i386 programs with binfmt_misc.
+i386_runs() { /usr/lib/wine/wine --version >/dev/null 2>&1; }
+enable_i386_emulation() {
+    i386_runs && return 0
+    say "this kernel does not run 32-bit programs; registering qemu-i386 for them"
+    installed qemu-user-static || apt-get install -y -qq --no-install-recommends qemu-user-static ||
+        install_without_security_suite qemu-user-static
+    local misc=/proc/sys/fs/binfmt_misc
+    [ -e "$misc/register" ] || mount -t binfmt_misc binfmt_misc "$misc"
+    if [ ! -e "$misc/qemu-i386" ] && [ ! -e "$misc/kavrel-i386" ]; then
+        printf '%s' ':kavrel-i386:M::\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x03\x00:\xff\xff\xff\xff\xff\xfe\xfe\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff:/usr/bin/qemu-i386-static:F' \
+            >"$misc/register"
+    fi
+    i386_runs
+}
+
+wine_ok=1
+if [ "${KAVREL_WIN_SKIP_INSTALL:-0}" != 1 ]; then
+    bash scripts/deps.sh g++-mingw-w64-i686 googletest
+    if ! install_wine; then wine_ok=0; fi
+fi
+if [ $wine_ok = 1 ] && ! command -v wine >/dev/null; then wine_ok=0; fi
+if [ $wine_ok = 1 ] && ! enable_i386_emulation; then wine_ok=0; fi
+if [ $wine_ok = 0 ]; then
+    loud "WINE IS NOT AVAILABLE ON THIS MACHINE" \
+        "The Windows test programs will be built but NOT RUN." \
+        "Only the cross build and the export and import checks below are verified."
+fi
+
+# --- Cross build -----------------------------------------------------------------------------
+say "== 32-bit Windows cross build in $build"
+cmake -S . -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-i686.cmake" \
+    -DCMAKE_BUILD_TYPE=Release -DKAVREL_BENCH=OFF
+cmake --build "$build" -j "$jobs"
+
+# --- Export and import tables ----------------------------------------------------------------
+say "== export and import tables of kavrel15_lumo.dll"
+dll="$build/kavrel15_lumo.dll"
+dump=$("$triplet-objdump" -p "$dll")
+fail=0
+"$triplet-objdump" -f "$dll" | grep -q 'file format pei-i386' || { say "FAIL: $dll is not a 32-bit PE"; fail=1; }
+
+# The export names in the table: the lines after "[Ordinal/Name Pointer] Table".
+exported=$(printf '%s\n' "$dump" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
+    sed -n 's/^[[:space:]]*\[[[:space:]]*[0-9]*\][[:space:]]\+\([^[:space:]]\+\).*/\1/p' | sort)
+defined=$(grep -hoE 'KAVREL_EXPORT[[:space:]]+void[[:space:]]+Fn[A-Za-z0-9_]+' src/host/export_*.cpp |
+    awk '{print $3}' | sort)
+if [ "$exported" != "$defined" ]; then
+    say "FAIL: exports differ from the KAVREL_EXPORT definitions (< exported, > defined):"
+    diff <(printf '%s\n' "$exported") <(printf '%s\n' "$defined") || true
+    fail=1
+else
+    say "exports: $(printf '%s\n' "$exported" | wc -l) plain names, as defined in src/host/export_*.cpp"
+fi
+for name in $defined; do
+    grep -qE "KAVREL_API[[:space:]]+void[[:space:]]+$name[[:space:]]*\(" include/kavrel/kavrel.h ||
+        say "warning: $name is defined but not declared in include/kavrel/kavrel.h"
+done
+
+# Imports: lumowin.dll only for the host services the library calls; no MinGW runtime DLLs.
+services=(LumoLibCheckType LumoLibCheckMatrixSize LumoLibValMatMalloc LumoLibValMatDup LumoLibValArrayCalloc
+    LumoValGetArrayVal LumoValGetString LumoValSetString LumoValSetInt LumoFreeByValue LumoLibArgError)
+dlls=$(printf '%s\n' "$dump" | sed -n 's/^[[:space:]]*DLL Name: //p' | sort -f)
+say "imported DLLs: $(echo $dlls)"
+if printf '%s\n' "$dlls" | grep -qiE 'libgcc|libstdc|winpthread|^lib.*\.dll$'; then
+    say "FAIL: the DLL depends on a MinGW runtime DLL"
+    fail=1
+fi
+from_lumowin=$(printf '%s\n' "$dump" | awk '
+    /DLL Name:/ { inside = ($3 == "lumowin.dll") ; next }
+    inside && NF >= 3 && $1 ~ /^[0-9a-f]+$/ && $2 ~ /^[0-9]+$/ { print $3 }
+    inside && NF == 0 { inside = 0 }' | sort -u)
+used=$(for s in "${services[@]}"; do grep -rqE "\b$s[[:space:]]*\(" src && echo "$s"; done | sort)
+if [ "$from_lumowin" != "$used" ]; then
+    say "FAIL: imports from lumowin.dll differ from the services the sources call (< imported, > called):"
+    diff <(printf '%s\n' "$from_lumowin") <(printf '%s\n' "$used") || true
+    fail=1
+else
+    say "imports from lumowin.dll: $(echo $from_lumowin)"
+fi
+lumowin_exports=$("$triplet-objdump" -p "$build/lumowin.dll" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p')
+for s in "${services[@]}"; do
+    printf '%s\n' "$lumowin_exports" | grep -qE "\] $s\$" || { say "FAIL: lumowin.dll does not export $s"; fail=1; }
+done
+[ $fail = 0 ] || { say "== export or import check FAILED"; exit 1; }
+
+# --- Tests under Wine ------------------------------------------------------------------------
+if [ $wine_ok = 1 ]; then
+    say "== test suite under Wine"
+    ctest --test-dir "$build" --output-on-failure -j "$jobs" --timeout 1200
+    say "== Windows build and tests passed"
+else
+    loud "WINDOWS TESTS NOT RUN: Wine is not available." \
+        "Cross build and export/import checks passed."
+fi
