@@ -42,16 +42,22 @@ EOF
     return $rc
 }
 
-install_wine() {
+# Installs the packages that are missing: plainly first, then without the security suite. An
+# update that fails on one stale index still leaves the others usable, so it does not stop here.
+install_packages() {
     local missing=()
-    for p in "${wine_packages[@]}"; do installed "$p" || missing+=("$p"); done
+    for p in "$@"; do installed "$p" || missing+=("$p"); done
     [ ${#missing[@]} -eq 0 ] && return 0
     say "installing: ${missing[*]}"
-    dpkg --print-foreign-architectures | grep -qx i386 || dpkg --add-architecture i386
     apt-get update -qq || true
     apt-get install -y -qq --no-install-recommends "${missing[@]}" && return 0
-    say "plain install of Wine failed; retrying without the security suite"
+    say "plain install failed; retrying without the security suite"
     install_without_security_suite "${missing[@]}"
+}
+
+install_wine() {
+    dpkg --print-foreign-architectures | grep -qx i386 || dpkg --add-architecture i386
+    install_packages "${wine_packages[@]}"
 }
 
 # Wine's 32-bit loader is a 32-bit Linux program. A kernel without 32-bit emulation cannot run it
@@ -60,8 +66,7 @@ i386_runs() { /usr/lib/wine/wine --version >/dev/null 2>&1; }
 enable_i386_emulation() {
     i386_runs && return 0
     say "this kernel does not run 32-bit programs; registering qemu-i386 for them"
-    installed qemu-user-static || apt-get install -y -qq --no-install-recommends qemu-user-static ||
-        install_without_security_suite qemu-user-static
+    install_packages qemu-user-static || return 1
     local misc=/proc/sys/fs/binfmt_misc
     [ -e "$misc/register" ] || mount -t binfmt_misc binfmt_misc "$misc"
     if [ ! -e "$misc/qemu-i386" ] && [ ! -e "$misc/kavrel-i386" ]; then
@@ -73,7 +78,7 @@ enable_i386_emulation() {
 
 wine_ok=1
 if [ "${KAVREL_WIN_SKIP_INSTALL:-0}" != 1 ]; then
-    bash scripts/deps.sh g++-mingw-w64-i686 googletest
+    install_packages cmake ninja-build libboost-math-dev libgtest-dev googletest g++-mingw-w64-i686
     if ! install_wine; then wine_ok=0; fi
 fi
 if [ $wine_ok = 1 ] && ! command -v wine >/dev/null; then wine_ok=0; fi
@@ -127,7 +132,7 @@ from_lumowin=$(printf '%s\n' "$dump" | awk '
     /DLL Name:/ { inside = ($3 == "lumowin.dll") ; next }
     inside && NF >= 3 && $1 ~ /^[0-9a-f]+$/ && $2 ~ /^[0-9]+$/ { print $3 }
     inside && NF == 0 { inside = 0 }' | sort -u)
-used=$(for s in "${services[@]}"; do grep -rqE "\b$s[[:space:]]*\(" src && echo "$s"; done | sort)
+used=$(for s in "${services[@]}"; do if grep -rqE "\b$s[[:space:]]*\(" src; then echo "$s"; fi; done | sort)
 if [ "$from_lumowin" != "$used" ]; then
     say "FAIL: imports from lumowin.dll differ from the services the sources call (< imported, > called):"
     diff <(printf '%s\n' "$from_lumowin") <(printf '%s\n' "$used") || true
@@ -144,7 +149,27 @@ done
 # --- Tests under Wine ------------------------------------------------------------------------
 if [ $wine_ok = 1 ]; then
     say "== test suite under Wine"
-    ctest --test-dir "$build" --output-on-failure -j "$jobs" --timeout 1200
+    # Wine starts its background services with the first program and stops them with the last;
+    # under an emulator that costs many seconds per test program. A keeper program (cmd waiting
+    # on a pipe that this script holds open) keeps one session alive for the whole run.
+    prefix="$root/$build/wineprefix"
+    fifo=$(mktemp -u)
+    mkfifo "$fifo"
+    "$root/cmake/wine-run.sh" "$prefix" cmd /c "set /p x=" <"$fifo" >/dev/null 2>&1 &
+    keeper=$!
+    exec 8>"$fifo"
+    stop_keeper() {
+        exec 8>&- || true
+        WINEPREFIX="$prefix" wineserver -k 2>/dev/null || true
+        wait "$keeper" 2>/dev/null || true
+        rm -f "$fifo"
+    }
+    trap stop_keeper EXIT
+    rc=0
+    ctest --test-dir "$build" --output-on-failure -j "$jobs" --timeout 1200 || rc=$?
+    stop_keeper
+    trap - EXIT
+    [ $rc = 0 ] || exit $rc
     say "== Windows build and tests passed"
 else
     loud "WINDOWS TESTS NOT RUN: Wine is not available." \
