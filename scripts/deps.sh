@@ -9,6 +9,8 @@ done
 if [ ${#missing[@]} -gt 0 ]; then
   echo "installing: ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
+  # One stale index (the i386 security suite, once that architecture is added) must not stop
+  # the install of packages the other indexes provide.
+  apt-get update -qq || true
   apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
