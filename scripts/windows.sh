@@ -155,9 +155,15 @@ if [ $wine_ok = 1 ]; then
     prefix="$root/$build/wineprefix"
     fifo=$(mktemp -u)
     mkfifo "$fifo"
+    # The session must be started by a process that holds none of ctest's pipes: Wine's server
+    # and services inherit the descriptors of the program that starts them, and ctest waits for
+    # every holder of a test's output pipe to close it. So the prefix is made and the session
+    # started here, before ctest runs.
+    "$root/cmake/wine-run.sh" "$prefix" cmd /c exit </dev/null >/dev/null 2>&1 || true
     "$root/cmake/wine-run.sh" "$prefix" cmd /c "set /p x=" <"$fifo" >/dev/null 2>&1 &
     keeper=$!
     exec 8>"$fifo"
+    "$root/cmake/wine-run.sh" "$prefix" cmd /c exit </dev/null >/dev/null 2>&1 || true
     stop_keeper() {
         exec 8>&- || true
         WINEPREFIX="$prefix" wineserver -k 2>/dev/null || true
