@@ -35,28 +35,21 @@ inline Strings takeMessages() { return std::exchange(messages(), Strings{}); }
 inline std::string takePrinted() {
     FlushOutput();
     std::string s;
-    for (const auto &o : outputs()) s += o;
-    outputs().clear();
+    for (const auto &o : std::exchange(outputs(), Strings{})) s += o;
     return s;
 }
 
 class Capture : public ::testing::Test {
 protected:
     void SetUp() override {
-        messages().clear();
-        outputs().clear();
-        notifications() = 0;
+        messages().clear(), outputs().clear(), notifications() = 0;
         SetMessageSink([](const char *title, const char *text) { messages().push_back(std::string(title) + ": " + text); });
         SetOutputChannels([](const char *text) { outputs().push_back(text); }, [] { ++notifications(); }, nullptr);
-        SetOutputBuffering(0);
-        OutputClearBuffer();
+        SetOutputBuffering(0), OutputClearBuffer();
         poolBefore_ = ColumnPoolInUse();
     }
     void TearDown() override {
-        OutputCloseFile();
-        OutputClearBuffer();
-        SetMessageSink(nullptr);
-        SetOutputChannels(nullptr, nullptr, nullptr);
+        OutputCloseFile(), OutputClearBuffer(), SetMessageSink(nullptr), SetOutputChannels(nullptr, nullptr, nullptr);
         EXPECT_EQ(messages(), Strings{}) << "messages no check took";
         EXPECT_EQ(ColumnPoolInUse(), poolBefore_) << "column references not given back";
     }

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
-#include <string>
 
 #include "database/format.h"
 #include "matrix/matrix.h"
@@ -51,20 +49,7 @@ TEST(FormatNumber, Table) {
     }
 }
 
-// Over 625 decades and six widths every text fits its width (or is "####") and reads back to
-// the value within what its digits can show: at least one digit, nine from width 16 on.
-TEST(FormatNumber, FitsWidthAndReadsBack) {
-    for (int width : {8, 9, 10, 12, 16, 24})
-        for (int e = -320; e <= 305; e += 3)
-            for (double mant : {1.0, -1.2345678901234, 9.87654321, -5.5})
-                for (int lz = 0; lz <= 1; ++lz) {
-                    const double x = mant * std::pow(10.0, e);
-                    char out[64];
-                    std::string s = FormatNumber(out, sizeof out, x, width, 15, 0, lz, 0);
-                    ASSERT_LE(s.size(), static_cast<size_t>(width)) << x << " -> " << s;
-                    if (s == "####") continue;
-                    EXPECT_NEAR(std::strtod(out, nullptr) / x, 1.0, width >= 16 ? 1e-8 : 0.6) << s;
-                }
+TEST(FormatNumber, SmallBuffers) {
     char small[4], none[1] = {'z'};
     EXPECT_STREQ(FormatNumber(small, sizeof small, 1234.5678, 10, 6, 0, 0, 0), "123"); // truncated, not overrun
     EXPECT_STREQ(FormatNumber(none, 1, 1.5, 10, 6, 0, 0, 0), "");
