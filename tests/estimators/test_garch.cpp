@@ -1,6 +1,7 @@
 // GARCH and EGARCH exports against a long-double transcription of the recursions that treats
 // every observation alike (a lag before the sample takes its pre-sample value), and closed forms
 // for the threshold, in-mean, pre-sample and cap rules.
+#include <numeric>
 #include <random>
 
 #include "common/host_call.h"
@@ -23,11 +24,7 @@ void egarchCall(HostCall &c, const Vec &e, const Vec &x, double theta, double ph
     ASSERT_EQ(c.ref(9, 10).invoke(FnEgarchVar), 1);
 }
 
-long double meanSquare(const Vec &e) {
-    long double s = 0;
-    for (double v : e) s += static_cast<long double>(v) * v;
-    return s / e.size();
-}
+long double meanSquare(const Vec &e) { return std::inner_product(e.begin(), e.end(), e.begin(), 0.0L) / e.size(); }
 
 // u_t = e_t - delta g(h_t), g = h, sqrt h, log h for kinds 1-3.
 long double inMean(const Vec &e, int t, int kind, double delta, long double h) {
@@ -40,8 +37,7 @@ void garchReference(const Vec &e, const Vec &x, const Vec &coef, int p, int q, i
                     double kappa, double gamma, LVec &h, LVec &u) {
     const int T = static_cast<int>(e.size()), mx = std::max(p, q);
     const long double s2 = meanSquare(e);
-    h.assign(T, 0);
-    u.assign(T, 0);
+    h.assign(T, 0), u.assign(T, 0);
     for (int t = 0; t < T; ++t) {
         long double v = x[t];
         for (int i = 1; i <= q; ++i) {
@@ -62,8 +58,7 @@ void egarchReference(const Vec &e, const Vec &x, double theta, double phi, doubl
     const int T = static_cast<int>(e.size()), q = static_cast<int>(a.size()), p = static_cast<int>(b.size());
     const long double lbar = std::log(meanSquare(e));
     LVec g(T);
-    lh.assign(T, 0);
-    u.assign(T, 0);
+    lh.assign(T, 0), u.assign(T, 0);
     for (int t = 0; t < T; ++t) {
         long double s = x[t];
         for (int i = 1; i <= q; ++i)

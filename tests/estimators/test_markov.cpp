@@ -70,12 +70,12 @@ Enumerated enumerate(const Model &m) {
 // One filter run (both outputs) or smoother run; the outputs in order.
 std::vector<Vec> run(LumoExport fn, const Model &m) {
     HostCall c;
+    const int o = fn == FnFilterMS ? 3 : 2; // the first output
     c.mat(0, m.T, m.M, m.dens).mat(1, m.M, m.M, m.P);
-    if (fn == FnFilterMS) c.row(2, m.init).ref(3, 4);
-    else c.ref(2, 3);
-    EXPECT_EQ(c.invoke(fn), 1);
+    if (o == 3) c.row(2, m.init);
+    EXPECT_EQ(c.ref(o, o + 1).invoke(fn), 1);
     EXPECT_EQ(c.status(), 1);
-    return fn == FnFilterMS ? std::vector<Vec>{c.out(3), c.out(4)} : std::vector<Vec>{c.out(2), c.out(3)};
+    return {c.out(o), c.out(o + 1)};
 }
 
 TEST(MarkovSwitching, FilterAndSmoothersMatchPathEnumeration) {

@@ -167,20 +167,4 @@ TEST(RlsEst, MissingRegressorValueMakesLaterColumnsMissing) {
     }
 }
 
-TEST(RlsEst, OutputsNamingInputsOrEachOther) {
-    // Coefficients into Y's own record, innovations and residuals into one variable (the later
-    // position wins): the inputs are read in full before any variable is replaced.
-    const Problem p = makeProblem(2, 4, 0, 130, 70, PLAIN);
-    HostCall all, alias;
-    rlsCall(all, p);
-    rlsCall(alias, p);
-    LumoValSetRef(&alias.args[5], &alias.args[0]);
-    LumoValSetRef(&alias.args[10], &alias.targets[8]);
-    ASSERT_EQ(alias.invoke(FnRlsEst), 1);
-    EXPECT_EQ(alias.status(), 1);
-    EXPECT_TRUE(SameBits(HostValues(&alias.args[0]), all.out(5)));
-    EXPECT_TRUE(SameBits(alias.out(8), all.out(10)));
-    for (int i : {6, 7, 9, 11}) EXPECT_TRUE(SameBits(alias.out(i), all.out(i))) << i;
-}
-
 } // namespace
