@@ -45,8 +45,7 @@ TEST_F(Output, SWprintfThresholds) {
 
 TEST_F(Output, PrintTextBufferedAndDirect) {
     // Unbuffered: the pending text goes first, then the new text as a piece of its own.
-    SWprintf("pending");
-    PrintText("direct");
+    SWprintf("pending"), PrintText("direct");
     PrintText(""), PrintText(nullptr);
     EXPECT_EQ(outputs(), (Strings{"pending", "direct"}));
     // Buffered: appended; flushed first when it does not fit; flushed at a line end from 15,361;
@@ -54,11 +53,9 @@ TEST_F(Output, PrintTextBufferedAndDirect) {
     outputs().clear(), SetOutputBuffering(1);
     const std::string a = "a\n" + std::string(15000, 'b'), c(1382, 'c'), d(15361 - 1383, 'd'), h(16384, 'h');
     PrintText(a.c_str());
-    PrintText(c.c_str()); // 15,002 + 1,382 = 16,384: cannot be taken
-    PrintText(d.c_str());
+    PrintText(c.c_str()), PrintText(d.c_str()); // 15,002 + 1,382 = 16,384: c cannot be taken
     EXPECT_EQ(OutputBufferLength(), 15360u);
-    PrintText("\n"), PrintText("x");
-    PrintText(h.c_str());
+    PrintText("\n"), PrintText("x"), PrintText(h.c_str());
     EXPECT_EQ(outputs(), (Strings{a, c + d + "\n", "x", h}));
     // Converted: CR LF and lone CR become LF, other control characters blanks; long lines are
     // sent in pieces that join to the converted text.
@@ -66,7 +63,7 @@ TEST_F(Output, PrintTextBufferedAndDirect) {
     const std::string longLine(3000, 'z');
     PrintTextConverted(("a\r\nb\rc\x01\x7f" "d\te" + longLine + "\r\n").c_str());
     ASSERT_GE(outputs().size(), 3u);
-    EXPECT_EQ(outputs()[0] + outputs()[1], "a\nb\n");
+    EXPECT_EQ(outputs()[0] + outputs()[1], "a\nb\n"); // the line ends send what they close
     outputs().erase(outputs().begin(), outputs().begin() + 2);
     EXPECT_EQ(takePrinted(), "c \x7f" "d\te" + longLine + "\n");
 }
@@ -75,8 +72,7 @@ TEST_F(Output, CallbacksAndDefaultChannels) {
     SetOutputChannels([](const char *text) { outputs().push_back(text); }, [] { ++notifications(); }, [] { return 7; });
     SWprintf("x");
     EXPECT_EQ(FlushOutputAndPoll(), 7);
-    FlushOutput(); // nothing pending: no text, but callback A still runs
-    OutputNotify();
+    FlushOutput(), OutputNotify(); // nothing pending: no text, but callback A still runs
     EXPECT_TRUE(outputs() == Strings{"x"} && notifications() == 3);
     SetOutputChannels([](const char *) {}, nullptr, nullptr); // the defaults: nothing, and 0
     EXPECT_TRUE(FlushOutputAndPoll() == 0 && notifications() == 3);

@@ -57,12 +57,10 @@ TEST(Sample, PeriodAndFrequencyTexts) {
 
     const double first = JulianDay(2001, 1, 1);
     struct Row { Sample s; int nobs, dated; double first, last; const char *name; int daysPerWeek, obsPerYear; } rows[] = {
-        {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},
-        {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
-        {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},
-        {{1990, 1, 2000, 4, 4}, 44, 0, 0, 0, "Quarterly", 0, 4},
-        {{1990, 1, 2000, 52, 52}, 572, 0, 0, 0, "Weekly (52/year)", 1, 52},
+        {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},         {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
+        {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},     {{1990, 1, 2000, 4, 4}, 44, 0, 0, 0, "Quarterly", 0, 4},
         {{1990, 1, 2000, 5, 26}, 265, 0, 0, 0, "Frequency 26", 0, 26},
+        {{1990, 1, 2000, 52, 52}, 572, 0, 0, 0, "Weekly (52/year)", 1, 52},
         // Dated: 260 working days over 52 weeks, 52 Mondays, 12 month starts, one day.
         {{1, 1, 260, 1, 1}, 260, 1, first, first + 363, "Daily (5 days/week)", 5, 261},
         {{1, 1, 52, 1, 1}, 52, 1, first, first + 357, "Weekly", 1, 53},

@@ -75,7 +75,7 @@ TEST_F(Store, NewDatabasesAndTheTable) {
     Database *a = DbCreate("Macro", 0), *b = DbCreate("", 0);
     EXPECT_TRUE(a->tableSlot == 1 && !std::strcmp(b->name, "data2") && DbFindByName("mAcRo", 1) == a);
     DbFree(a);
-    Database *c = DbCreate("again", 0);
+    Database *c = DbCreate("again", 0); // the freed slot
     EXPECT_EQ(c->tableSlot, 1);
     DbTableEnable(0);
     EXPECT_TRUE(c->tableSlot + b->tableSlot == 0 && DbFindByName("again", 0) == nullptr);
@@ -87,13 +87,11 @@ TEST_F(Store, AddVariablesAndCapacityGrowth) {
         {0, 256, 1, 512}, {0, 10, 300, 310}, {4, 4, 1, 260}, {0, 0, 256, 256}, {1, 0, 1, 1}};
     for (const auto &r : rows) {
         Database *db = DbCreate("g", r.capacity);
-        EXPECT_EQ(r.first ? DbAddVariables(db, r.first) : 0, 0);
-        EXPECT_EQ(DbAddVariables(db, r.add), r.first);
-        EXPECT_EQ(db->capacity, r.expectCapacity) << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_TRUE((r.first ? DbAddVariables(db, r.first) : 0) == 0 && DbAddVariables(db, r.add) == r.first);
         const int last = db->varCount - 1;
-        EXPECT_EQ(last + 1, r.first + r.add);
-        EXPECT_EQ(db->names[last], "Var" + std::to_string(last + 1));
-        EXPECT_TRUE(db->varFlags[last] == DB_VAR_NEW && db->modified == 1 && std::isnan(db->columns[last][9]));
+        EXPECT_TRUE(db->capacity == r.expectCapacity && last + 1 == r.first + r.add && db->names[last] == "Var" + std::to_string(last + 1) &&
+                    db->varFlags[last] == DB_VAR_NEW && db->modified == 1 && std::isnan(db->columns[last][9]))
+            << r.capacity << " " << r.first << " " << r.add;
         expectConsistent(db);
         DbFree(db);
     }
@@ -113,15 +111,13 @@ TEST_F(Store, LagSuffixResolution) {
         {{"Y"}, "Y_10000", 1, 0, -1, 0, 1},             {{"Y"}, "Y_10000", 1, 1, -1, 0, 0},
         {{"_1", "A"}, "_1", 1, 0, 0, 0, 0},             // fewer than two characters before the digits
         {{"ab_x1"}, "ab_x1", 1, 0, 0, 0, 0},            {{"GDP_1"}, "GDP_-1", 1, 0, 0, -2, 0},
-        {{"y"}, "Y_1", 1, 0, -1, 0, 1},                 // names keep their case
-        {{"X"}, "", 1, 0, -1, 0, 0},
+        {{"y"}, "Y_1", 1, 0, -1, 0, 1},                 {{"X"}, "", 1, 0, -1, 0, 0}, // names keep their case
     };
     for (const auto &r : rows) {
         Database *db = makeDb(r.vars);
         int lag = 99;
         EXPECT_EQ(DbFindVariable(db, r.name, r.lagAllowed, &lag, r.quiet), r.index) << r.name;
-        EXPECT_EQ(r.index >= 0 ? lag : r.lag, r.lag) << r.name;
-        EXPECT_EQ(takeMessages().size(), r.messages) << r.name;
+        EXPECT_TRUE((r.index >= 0 ? lag : r.lag) == r.lag && takeMessages().size() == r.messages) << r.name;
         DbFree(db);
     }
     EXPECT_EQ(DbFindVariable(nullptr, "X", 1, nullptr, 0), -1);
@@ -237,8 +233,7 @@ TEST_F(Store, UndoRestoresEveryKind) {
             db->modified = startModified;
             const std::string before = dump(db);
             EXPECT_TRUE(r.op(db) && dump(db) != before && db->modified + DbUndoSteps(db) == 3) << r.what;
-            EXPECT_EQ(DbUndo(db), 1) << r.what;
-            EXPECT_TRUE(dump(db) == before && db->modified == startModified) << r.what;
+            EXPECT_TRUE(DbUndo(db) == 1 && dump(db) == before && db->modified == startModified) << r.what;
             expectConsistent(db);
             DbFree(db);
         }
@@ -257,15 +252,14 @@ TEST_F(Store, UndoRestoresEveryKind) {
     EXPECT_EQ(DbUndoSteps(db) + DbUndo(db), 0);
     // Undo is refused inside a batch.
     DbSetUndo(db, 1), DbSetDescription(db, "x"), DbBeginBatch(db);
-    EXPECT_EQ(DbUndo(db), 0);
+    const int inBatch = DbUndo(db);
     DbEndBatch(db);
-    EXPECT_EQ(DbUndo(db), 1);
+    EXPECT_TRUE(inBatch == 0 && DbUndo(db) == 1);
     // Marked changes set the flag and join the newest snapshot's ranges.
     DbSnapshotValues(db, 0, 0, 1, 2), DbMarkChanged(db, 1, 1);
     EXPECT_EQ(db->varFlags[0] + db->varFlags[1], 2 * DB_VAR_NEW + DB_VAR_CHANGED);
-    int range[4];
-    ASSERT_EQ(DbUndoChangedRange(db, &range[0], &range[1], &range[2], &range[3]), 1);
-    EXPECT_EQ(std::vector<int>(range, range + 4), (std::vector<int>{0, 1, 1, 2}));
+    int r[4] = {-1, -1, -1, -1};
+    EXPECT_TRUE(DbUndoChangedRange(db, &r[0], &r[1], &r[2], &r[3]) == 1 && r[0] == 0 && r[1] == 1 && r[2] == 1 && r[3] == 2);
     EXPECT_TRUE(DbDateAt(db, -3) == db->columns[0][0] && DbDateAt(db, 1000) == db->columns[0][db->obsCount - 1]);
     DbFree(db);
 }
