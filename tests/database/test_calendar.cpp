@@ -21,18 +21,15 @@ int daysInMonth(long long y, int m, bool gregorian) {
 // 1 = Sunday ... 7 = Saturday; anchored below by J2000.0, a Saturday.
 int refWeekday(long long jd) { return static_cast<int>(((jd + 1) % 7 + 7) % 7) + 1; }
 
-void referenceEaster(int y, int *month, int *day) {
-    int n;
+// Easter as 31 * month + day - 1.
+int referenceEaster(int y) {
     if (y >= 1583) { // anonymous Gregorian algorithm (Meeus, ch. 8)
         int a = y % 19, b = y / 100, c = y % 100, d = b / 4, e = b % 4, f = (b + 8) / 25, g = (b - f + 1) / 3;
         int h = (19 * a + b - d - g + 15) % 30, i = c / 4, k = c % 4, l = (32 + 2 * e + 2 * i - h - k) % 7;
-        n = h + l - 7 * ((a + 11 * h + 22 * l) / 451) + 114;
-    } else { // Julian calendar (Meeus, ch. 8)
-        int d = (19 * (y % 19) + 15) % 30;
-        n = d + (2 * (y % 4) + 4 * (y % 7) - d + 34) % 7 + 114;
+        return h + l - 7 * ((a + 11 * h + 22 * l) / 451) + 114;
     }
-    *month = n / 31;
-    *day = n % 31 + 1;
+    const int d = (19 * (y % 19) + 15) % 30; // Julian calendar (Meeus, ch. 8)
+    return d + (2 * (y % 4) + 4 * (y % 7) - d + 34) % 7 + 114;
 }
 
 } // namespace
@@ -78,9 +75,6 @@ TEST(Calendar, EveryDayOfBothCalendars) {
 // 2299160, so a date label in those windows comes back ten days early. Beyond it, the round trip
 // is sampled over the whole int32 range.
 TEST(Calendar, SwitchWindowAndWideRoundTrip) {
-    EXPECT_EQ(JulianDay(1582, 9, 20), civilJd(1582, 9, 20));
-    EXPECT_EQ(JulianDay(1582, 9, 14), civilJd(1582, 9, 14, false));
-    EXPECT_EQ(JulianDay(1582, 1, 10), civilJd(1582, 1, 10));
     for (long long jd = civilJd(1581, 12, 1, false); jd < 2299161 + 60; ++jd) {
         int y, m, d;
         CalendarDate(static_cast<int>(jd), &y, &m, &d);
@@ -97,10 +91,9 @@ TEST(Calendar, SwitchWindowAndWideRoundTrip) {
 
 TEST(Calendar, EasterEveryYear1To4099) {
     for (int y = 1; y <= 4099; ++y) {
-        int wm, wd, m, d;
-        referenceEaster(y, &wm, &wd);
+        int m, d;
         EasterDate(y, &m, &d);
-        ASSERT_TRUE(m == wm && d == wd) << y << ": " << m << "/" << d << " want " << wm << "/" << wd;
+        ASSERT_EQ(31 * m + d - 1, referenceEaster(y)) << y << ": " << m << "/" << d;
         ASSERT_TRUE(EasterDay(y) == civilJd(y, m, d, y >= 1583) && WeekdayOfJulianDay(EasterDay(y)) == 1) << y;
     }
     // Published dates: the earliest (1818) and latest (2038) possible, and 1582 still Julian.
