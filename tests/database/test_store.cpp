@@ -89,7 +89,8 @@ TEST_F(Store, AddVariablesAndCapacityGrowth) {
         Database *db = DbCreate("g", r.capacity);
         EXPECT_TRUE((r.first ? DbAddVariables(db, r.first) : 0) == 0 && DbAddVariables(db, r.add) == r.first);
         const int last = db->varCount - 1;
-        EXPECT_TRUE(db->capacity == r.expectCapacity && last + 1 == r.first + r.add && db->names[last] == "Var" + std::to_string(last + 1) &&
+        EXPECT_TRUE(db->capacity == r.expectCapacity && last + 1 == r.first + r.add &&
+                    db->names[last] == "Var" + std::to_string(last + 1) &&
                     db->varFlags[last] == DB_VAR_NEW && db->modified == 1 && std::isnan(db->columns[last][9]))
             << r.capacity << " " << r.first << " " << r.add;
         expectConsistent(db);
@@ -169,7 +170,8 @@ TEST_F(Store, ObservationEdits) {
         {'r', 8, 9, 0, {1990, 1, 1991, 4, 4}, all},                    {'o', 2, 0, 0, {1990, 1, 1991, 4, 4}, all}, // no sort key
         {'l', 0, 0, 1, {1990, 1, 1992, 4, 4}, {0, 1, 2, 3, 4, 5, 6, 7, NA, NA, NA, NA}},
         {'e', 2, 1, 1, {1989, 3, 1992, 1, 4}, {NA, NA, 0, 1, 2, 3, 4, 5, 6, 7, NA}},
-        {'e', 0, -3, 1, {1990, 1, 1991, 1, 4}, {0, 1, 2, 3, 4}},       {'e', -2, 2, 1, {1990, 3, 1992, 2, 4}, {2, 3, 4, 5, 6, 7, NA, NA}},
+        {'e', 0, -3, 1, {1990, 1, 1991, 1, 4}, {0, 1, 2, 3, 4}},
+        {'e', -2, 2, 1, {1990, 3, 1992, 2, 4}, {2, 3, 4, 5, 6, 7, NA, NA}},
         {'o', 1, 0, 1, {1990, 1, 1991, 4, 4}, {0, 3, 5, 6, 7, 1, 4, 2}}, // stable, missing keys last
     };
     for (const auto &r : rows) {
