@@ -7,26 +7,26 @@
 #include "kavrel/lumohost.h"
 #include "matrix/alloc.h"
 
-// Calls call(n) with the n-th library allocation failing, for n = 1, 2, ... until a run makes
-// fewer than n allocations (the hook no longer fires). Returns the number of runs that failed
-// an allocation. call must check its own outcome for that n.
-template <class Call> long ForEachLibraryAllocationFailure(Call call) {
+// Calls call(n) with the n-th allocation failing through hook (which arms the n-th failure and
+// returns the count made since it was last called), for n = 1, 2, ... until a run makes fewer
+// than n allocations. Returns the number of runs that failed an allocation; call checks its
+// own outcome for that n.
+template <class Hook, class Call> long forEachAllocationFailure(Hook hook, Call call) {
     for (long n = 1;; ++n) {
-        KvAllocFailAt(n);
+        hook(n);
         call(n);
-        long made = KvAllocFailAt(0);
-        if (made < n) return n - 1;
+        if (hook(0) < n) return n - 1;
     }
 }
 
-// The same for the host's allocations (results the export asks the host to make).
+// Library allocations (scratch the library makes for itself).
+template <class Call> long ForEachLibraryAllocationFailure(Call call) {
+    return forEachAllocationFailure(KvAllocFailAt, call);
+}
+
+// Host allocations (results the export asks the host to make).
 template <class Call> long ForEachHostAllocationFailure(Call call) {
-    for (long n = 1;; ++n) {
-        LumoHostFailAllocation(n);
-        call(n);
-        long made = LumoHostFailAllocation(0);
-        if (made < n) return n - 1;
-    }
+    return forEachAllocationFailure(LumoHostFailAllocation, call);
 }
 
 #endif
