@@ -160,8 +160,10 @@ void rlsEst(benchmark::State &state, bool outputs) {
     LumoValSetInt(&args[3], d.T - 1);
     LumoValSetInt(&args[4], -1);
     for (int i = 0; i < 7; ++i) {
-        if (outputs) LumoValSetRef(&args[5 + i], &targets[i]);
-        else LumoValSetInt(&args[5 + i], 0);
+        if (outputs)
+            LumoValSetRef(&args[5 + i], &targets[i]);
+        else
+            LumoValSetInt(&args[5 + i], 0);
     }
     for (auto _ : state) {
         LumoHostInvoke(FnRlsEst, &result, args, 12);

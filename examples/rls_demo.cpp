@@ -33,7 +33,8 @@ std::vector<std::string> splitFields(const std::string &line) {
     std::string cur;
     bool quoted = false;
     for (char ch : line) {
-        if (ch == '"') quoted = !quoted;
+        if (ch == '"')
+            quoted = !quoted;
         else if (ch == ',' && !quoted) {
             out.push_back(cur);
             cur.clear();
@@ -143,8 +144,8 @@ int main(int argc, char **argv) {
             MATRIX stdInn = LumoValGetMatrix(&out[2], nullptr, nullptr);
             MATRIX inn = LumoValGetMatrix(&out[3], nullptr, nullptr);
             MATRIX rss = LumoValGetMatrix(&out[4], nullptr, nullptr);
-            std::printf("Recursive least squares: realcons on a constant and realdpi, %d quarters from %.0f(%.0f)\n",
-                        T, data.rows[0][cYear], data.rows[0][cQuarter]);
+            std::printf("Recursive least squares: realcons on a constant and realdpi, %d quarters from %.0f(%.0f)\n", T,
+                        data.rows[0][cYear], data.rows[0][cQuarter]);
             std::printf("Standard errors: sqrt(RSS(t) / (t - k + 1) * P[j][j]); standardised innovations are the\n"
                         "recursive residuals v / sqrt(f).\n\n");
             std::printf("%-8s %11s %9s %9s %9s %10s %9s %12s\n", "period", "constant", "se", "realdpi", "se",

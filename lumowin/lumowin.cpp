@@ -107,8 +107,7 @@ void LumoLibCheckType(int type, LumoValue *args, int first, int last) {
 
 void LumoLibCheckMatrixSize(LumoValue *args, int first, int last, int rows, int cols) {
     for (int i = first; i <= last; ++i) {
-        if (args[i].type != LUMO_MATRIX)
-            hostError("argument %d: matrix expected, %s found", i, typeName(args[i].type));
+        if (args[i].type != LUMO_MATRIX) hostError("argument %d: matrix expected, %s found", i, typeName(args[i].type));
         if (args[i].v.w.ival != rows || args[i].v.w.u.cols != cols)
             hostError("argument %d: %d x %d matrix expected, %d x %d found", i, rows, cols, args[i].v.w.ival,
                       args[i].v.w.u.cols);

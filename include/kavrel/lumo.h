@@ -26,13 +26,13 @@ extern "C" {
 
 /* Type codes. 1-5 are the ones the exports check; strings have a code of their own. */
 enum {
-    LUMO_EMPTY = 0,   /* a zero-filled record: holds nothing */
-    LUMO_INT = 1,     /* 32-bit integer in the value word */
-    LUMO_DOUBLE = 2,  /* 64-bit double over the value and column words */
-    LUMO_MATRIX = 3,  /* rows, columns, row-pointer array (MATRIX) */
-    LUMO_ARRAY = 4,   /* element count in the value word, elements (LumoValue[]) in data */
-    LUMO_REF = 5,     /* target: the caller's variable that receives a result */
-    LUMO_STRING = 6   /* length in the value word, NUL-terminated characters in data */
+    LUMO_EMPTY = 0,  /* a zero-filled record: holds nothing */
+    LUMO_INT = 1,    /* 32-bit integer in the value word */
+    LUMO_DOUBLE = 2, /* 64-bit double over the value and column words */
+    LUMO_MATRIX = 3, /* rows, columns, row-pointer array (MATRIX) */
+    LUMO_ARRAY = 4,  /* element count in the value word, elements (LumoValue[]) in data */
+    LUMO_REF = 5,    /* target: the caller's variable that receives a result */
+    LUMO_STRING = 6  /* length in the value word, NUL-terminated characters in data */
 };
 
 /* Rows of doubles behind an array of row pointers; entry -1 holds the data block. */

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr long long kGregorianKey = 588829; // 15 + 31 * (10 + 12 * 1582)
+constexpr long long kGregorianKey = 588829;       // 15 + 31 * (10 + 12 * 1582)
 constexpr long long kFirstGregorianDay = 2299161; // 15 October 1582
 
 bool fitsInt(long long v) { return v >= INT_MIN && v <= INT_MAX; }
@@ -89,8 +89,8 @@ void EasterDate(int year, int *month, int *day) {
     if (y >= 1583) {
         long long c = y / 100;
         long long h = (c - c / 4 - (8 * c + 13) / 25 + 19 * g + 15) % 30; // epact-based
-        i = h - (h / 28) * (1 - (29 / (h + 1)) * ((21 - g) / 11));     // days from 21 March to the full moon
-        jw = (y + y / 4 + i + 2 - c + c / 4) % 7;                     // weekday of that full moon
+        i = h - (h / 28) * (1 - (29 / (h + 1)) * ((21 - g) / 11));        // days from 21 March to the full moon
+        jw = (y + y / 4 + i + 2 - c + c / 4) % 7;                         // weekday of that full moon
     } else {
         i = (19 * g + 15) % 30;
         jw = (y + y / 4 + i) % 7;

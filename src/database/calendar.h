@@ -68,22 +68,22 @@ enum { KV_DATE_TEXT_MAX = 64 };
 
 // A date value as "YYYY-MM-DD[ Www][ or T]HH:MM[:SS][.hh]"; "." for missing. secondsMode: 1
 // always writes seconds, 0 only when they are not zero, below 0 never (nor hundredths).
-char *FormatDateValue(char *out, size_t size, double value, int withWeekday, int withZeroTime,
-                      int spaceSeparator, int secondsMode);
+char *FormatDateValue(char *out, size_t size, double value, int withWeekday, int withZeroTime, int spaceSeparator,
+                      int secondsMode);
 // "1990(3)", "1990(12)", "1990" or the wide form "%5d(%3d)".
 char *FormatPeriod(char *out, size_t size, int year, int period, const Sample &s);
 
 // The frequency facts of a database, computed from its sample and, when it is dated, the date
 // values of its first and last observation (the store's DbFrequencyName, DbDaysPerWeek and
 // DbObsPerYear pass its own fields here).
-char *SampleFrequencyName(char *out, size_t size, const Sample &s, int nobs, int dated,
-                          double firstDate, double lastDate);
+char *SampleFrequencyName(char *out, size_t size, const Sample &s, int nobs, int dated, double firstDate,
+                          double lastDate);
 int SampleDaysPerWeek(const Sample &s, int nobs, int dated, double firstDate, double lastDate);
 int SampleObsPerYear(const Sample &s, int nobs, int dated, double firstDate, double lastDate);
 
 // ---- Current time, elapsed time, file time ----
 struct LocalTime {
-    int year, month, day;                      // month 1..12, day 1..31
+    int year, month, day; // month 1..12, day 1..31
     int hour, minute, second, hundredths;
 };
 // Fills now with the current local time. Replaceable for tests; null restores the system clock.

@@ -16,13 +16,13 @@ struct ColumnBlock;
 
 // 48 bytes on 64-bit builds (40 on 32-bit).
 struct DataColumn {
-    int32_t kind;        // COLUMN_VECTOR, COLUMN_BYTES, or COLUMN_FREE
-    int32_t refs;        // references held; the descriptor is freed when it reaches 0
-    int64_t count;       // elements (doubles or bytes)
-    void *data;          // count elements
-    int32_t serial;      // block base + slot index, for tracing
+    int32_t kind;   // COLUMN_VECTOR, COLUMN_BYTES, or COLUMN_FREE
+    int32_t refs;   // references held; the descriptor is freed when it reaches 0
+    int64_t count;  // elements (doubles or bytes)
+    void *data;     // count elements
+    int32_t serial; // block base + slot index, for tracing
     int32_t reserved;
-    ColumnBlock *block;  // the block holding this descriptor
+    ColumnBlock *block; // the block holding this descriptor
 };
 
 // count doubles, copied from source when given, else all MissingValue. Null (after the error

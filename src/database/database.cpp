@@ -42,9 +42,7 @@ const char *baseName(const char *full) {
     return base;
 }
 
-void rememberName(const char *name) {
-    std::snprintf(g_lastName, sizeof g_lastName, "%s", name);
-}
+void rememberName(const char *name) { std::snprintf(g_lastName, sizeof g_lastName, "%s", name); }
 
 // Frees the record and everything it owns that is not null.
 void freeRecord(Database *db) {
@@ -296,7 +294,8 @@ void dbDropVariable(Database *db, int index) {
     KvFree(db->names[index]);
     KvFree(db->varDescriptions[index]);
     DbVarArrays a = dbArraysOf(db);
-    a.move(a, static_cast<size_t>(index) + 1, static_cast<size_t>(index), static_cast<size_t>(db->varCount - index - 1));
+    a.move(a, static_cast<size_t>(index) + 1, static_cast<size_t>(index),
+           static_cast<size_t>(db->varCount - index - 1));
     --db->varCount;
     int last = db->varCount;
     db->columns[last] = nullptr;
@@ -744,7 +743,8 @@ char *DbFrequencyName(const Database *db, char *out, size_t size) {
         return out;
     }
     const int dated = DbIsDated(db);
-    return SampleFrequencyName(out, size, db->sample, db->obsCount, dated, DbDateAt(db, 0), DbDateAt(db, db->obsCount - 1));
+    return SampleFrequencyName(out, size, db->sample, db->obsCount, dated, DbDateAt(db, 0),
+                               DbDateAt(db, db->obsCount - 1));
 }
 
 int DbDaysPerWeek(const Database *db) {

@@ -25,18 +25,18 @@ enum {
 
 // Undo kinds.
 enum {
-    DB_UNDO_ADD = 1,          // variables added (first index, count)
-    DB_UNDO_REINSERT = 2,     // a deleted variable, to put back at its index
-    DB_UNDO_SAMPLE = 3,       // sample record and observation count
-    DB_UNDO_RANGE = 4,        // changed values over a variable range (joins the newest snapshot)
-    DB_UNDO_VALUES = 5,       // changed values over an observation range (a new snapshot)
-    DB_UNDO_RENAME = 6,       // old variable name
-    DB_UNDO_VARDESC = 7,      // old variable description
-    DB_UNDO_DBDESC = 8,       // old database description
-    DB_UNDO_FLAGS = 9,        // old flags of one variable
-    DB_UNDO_COLUMN = 10,      // old column of one variable whose data was replaced whole
-    DB_UNDO_SNAPSHOT = 11,    // full snapshot before deleting, extending or sorting observations
-    DB_UNDO_INFO = 12         // old info record of one variable
+    DB_UNDO_ADD = 1,       // variables added (first index, count)
+    DB_UNDO_REINSERT = 2,  // a deleted variable, to put back at its index
+    DB_UNDO_SAMPLE = 3,    // sample record and observation count
+    DB_UNDO_RANGE = 4,     // changed values over a variable range (joins the newest snapshot)
+    DB_UNDO_VALUES = 5,    // changed values over an observation range (a new snapshot)
+    DB_UNDO_RENAME = 6,    // old variable name
+    DB_UNDO_VARDESC = 7,   // old variable description
+    DB_UNDO_DBDESC = 8,    // old database description
+    DB_UNDO_FLAGS = 9,     // old flags of one variable
+    DB_UNDO_COLUMN = 10,   // old column of one variable whose data was replaced whole
+    DB_UNDO_SNAPSHOT = 11, // full snapshot before deleting, extending or sorting observations
+    DB_UNDO_INFO = 12      // old info record of one variable
 };
 
 enum { DB_MAX_NAME = 64, DB_TABLE_SLOTS = 100, DB_MAX_OBS = 100000000 };
@@ -47,11 +47,11 @@ struct DbVarInfo {
 };
 
 struct Database {
-    char *name;             // base name: after the last '\' or '/', else after a ':'
-    char *label;            // the full name passed (or the generated "data%d")
+    char *name;  // base name: after the last '\' or '/', else after a ':'
+    char *label; // the full name passed (or the generated "data%d")
     int32_t varCount;
     int32_t obsCount;
-    double **columns;       // data of variable i, inside handles[i]
+    double **columns; // data of variable i, inside handles[i]
     char **names;
     Sample sample;
     char *description;      // may be null
@@ -59,15 +59,15 @@ struct Database {
     int32_t *varFlags;
     DataColumn **handles;
     DbVarInfo *varInfo;
-    int32_t modified;       // 1 after any change
-    int32_t batchDepth;     // while non-zero deletions are only marked, snapshots merged
-    int32_t tableSlot;      // 1-based slot in the database table, 0 when not registered
-    int32_t undoOn;         // 0: no undo entries are kept
-    int32_t capacity;       // slots in each per-variable array
+    int32_t modified;   // 1 after any change
+    int32_t batchDepth; // while non-zero deletions are only marked, snapshots merged
+    int32_t tableSlot;  // 1-based slot in the database table, 0 when not registered
+    int32_t undoOn;     // 0: no undo entries are kept
+    int32_t capacity;   // slots in each per-variable array
     // Undo chain, newest entry first; entries of one step undo together.
     DbUndoEntry *undo;
     long undoStep;
-    long undoBatchStep;     // step of the open batch, 0 outside batches
+    long undoBatchStep; // step of the open batch, 0 outside batches
 };
 
 // --- Life cycle and the database table -----------------------------------------------------

@@ -48,8 +48,10 @@ template <class Field> int splitLine(const char *p, bool csv, Field &&field) {
         const char *begin = p;
         bool quoted = false;
         while (!isLineEnd(*p)) {
-            if (*p == '"') quoted = !quoted;
-            else if (!quoted && (csv ? *p == ',' : (*p == ' ' || *p == '\t'))) break;
+            if (*p == '"')
+                quoted = !quoted;
+            else if (!quoted && (csv ? *p == ',' : (*p == ' ' || *p == '\t')))
+                break;
             ++p;
         }
         const char *end = p;
@@ -117,7 +119,9 @@ int periodFrequency(const char *name) {
     return 0;
 }
 
-bool isWhole(double x) { return x == x && x >= -1e9 && x <= 1e9 && x == static_cast<double>(static_cast<long long>(x)); }
+bool isWhole(double x) {
+    return x == x && x >= -1e9 && x <= 1e9 && x == static_cast<double>(static_cast<long long>(x));
+}
 
 // When the first columns are "year" (and a period column) counting the observations one by
 // one from their first row, the sample they give; the number of such columns, else 0.

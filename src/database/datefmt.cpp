@@ -107,8 +107,8 @@ char *FormatTimestamp(char *out, size_t size) {
     unsigned day = static_cast<unsigned>(now.day);
     const char *sfx = (day % 10 >= 4 || (day >= 10 && day <= 19)) ? "th" : suffix[day % 10];
     std::snprintf(out, size, "%2u:%02u:%02u on %u%s %s %u", static_cast<unsigned>(now.hour),
-                  static_cast<unsigned>(now.minute), static_cast<unsigned>(now.second), day, sfx,
-                  MonthName(now.month), static_cast<unsigned>(now.year));
+                  static_cast<unsigned>(now.minute), static_cast<unsigned>(now.second), day, sfx, MonthName(now.month),
+                  static_cast<unsigned>(now.year));
     return out;
 }
 

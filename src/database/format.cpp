@@ -45,8 +45,10 @@ void threeDigitExponent(char *s) {
 // that exact powers of ten do not fall one decade low through rounding of log10.
 int decimalExponent(double ax) {
     int e = static_cast<int>(std::floor(std::log10(ax)));
-    if (std::pow(10.0, e) > ax) --e;
-    else if (std::pow(10.0, e + 1) <= ax) ++e;
+    if (std::pow(10.0, e) > ax)
+        --e;
+    else if (std::pow(10.0, e + 1) <= ax)
+        ++e;
     return e;
 }
 
@@ -145,8 +147,10 @@ char *FormatNumber(char *out, size_t size, double value, int width, int digits, 
     case SMALL: replaceFirst(buf, "e-00", "e-"); break;
     case BELOW_ONE:
         if (!leadingZero) {
-            if (std::strncmp(buf, "0.", 2) == 0) replaceFirst(buf, "0.", ".");
-            else if (std::strncmp(buf, "-0.", 3) == 0) replaceFirst(buf, "-0.", "-.");
+            if (std::strncmp(buf, "0.", 2) == 0)
+                replaceFirst(buf, "0.", ".");
+            else if (std::strncmp(buf, "-0.", 3) == 0)
+                replaceFirst(buf, "-0.", "-.");
         }
         break;
     default: break;

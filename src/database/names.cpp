@@ -89,8 +89,8 @@ int DbFindVariable(Database *db, const char *name, int lagAllowed, int *lag, int
                 for (int j = 0; j < db->varCount; ++j)
                     if (j != best && std::strcmp(dbNameOf(db, j), name) == 0) {
                         char msg[3 * DB_MAX_NAME + 1024];
-                        std::snprintf(msg, sizeof msg, "More than one match for %.512s found, using %s with lag %d", name,
-                                      dbNameOf(db, best), *lag);
+                        std::snprintf(msg, sizeof msg, "More than one match for %.512s found, using %s with lag %d",
+                                      name, dbNameOf(db, best), *lag);
                         ReportWarning(msg);
                         break;
                     }

@@ -13,8 +13,8 @@ typedef int (*OutputCallbackBFn)(void);
 }
 
 enum {
-    KV_OUTPUT_BUFFER_SIZE = 16384,   // bytes, terminator included
-    KV_OUTPUT_FLUSH_LENGTH = 15361,  // with buffering on, flush at a line end from this length on
+    KV_OUTPUT_BUFFER_SIZE = 16384,  // bytes, terminator included
+    KV_OUTPUT_FLUSH_LENGTH = 15361, // with buffering on, flush at a line end from this length on
 };
 
 // Installs the text output and the two callbacks; each null restores its default (standard

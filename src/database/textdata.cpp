@@ -1,7 +1,6 @@
 // The header rule of text blocks and the text block measure (the measure itself is in textdata.h).
 #include "database/textdata.h"
 
-
 namespace {
 
 bool isLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
@@ -30,7 +29,6 @@ const char *TextSplitHeader(const char *text, const char **header) {
     return p;
 }
 
-int MeasureTextBlock(char *text, int numbersOnly, int quiet, int *rows, int *cols, ptrdiff_t *header,
-                     ptrdiff_t *data) {
+int MeasureTextBlock(char *text, int numbersOnly, int quiet, int *rows, int *cols, ptrdiff_t *header, ptrdiff_t *data) {
     return MeasureTextBlockEach(text, numbersOnly, quiet, rows, cols, header, data, [](long, int, double, int) {});
 }

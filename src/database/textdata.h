@@ -16,8 +16,7 @@
 // comma and is rewritten into a point in place. Returns 1, or 0 after "No data in text" (unless
 // quiet) when there are no rows or no columns; rows of different lengths give the warning
 // "Not all rows have the same number of elements" (unless quiet) and still 1.
-int MeasureTextBlock(char *text, int numbersOnly, int quiet, int *rows, int *cols, ptrdiff_t *header,
-                     ptrdiff_t *data);
+int MeasureTextBlock(char *text, int numbersOnly, int quiet, int *rows, int *cols, ptrdiff_t *header, ptrdiff_t *data);
 
 // The header rule: after leading blanks and empty lines, a first line beginning with a letter,
 // "_" or a double quote, and not with "NaN" or "missin" (any case), is a header. Returns the
@@ -49,12 +48,10 @@ void TextScanRows(const char *p, int numbersOnly, Element &&element, RowEnd &&ro
     }
 }
 
-
 // The measure, handing every counted element to element(row, col, value, kind) as well, so that
 // a reader can take the values in the same pass (MeasureTextBlock passes nothing).
-template <class Element>
-int MeasureTextBlockEach(char *text, int numbersOnly, int quiet, int *rows, int *cols, ptrdiff_t *header,
-                         ptrdiff_t *data, Element &&element) {
+template <class Element> int MeasureTextBlockEach(char *text, int numbersOnly, int quiet, int *rows, int *cols,
+                                                  ptrdiff_t *header, ptrdiff_t *data, Element &&element) {
     int nrows = 0, ncols = 0;
     bool ragged = false;
     const char *head = nullptr;

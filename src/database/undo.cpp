@@ -17,15 +17,15 @@ struct DbUndoEntry {
     long step;
     int32_t index;
     int32_t count;
-    char *text;          // kinds 6, 7, 8
-    DataColumn *column;  // kinds 2, 10 (owned reference)
-    int32_t flags;       // kinds 2, 9, 10
-    DbVarInfo info;      // kind 12
+    char *text;         // kinds 6, 7, 8
+    DataColumn *column; // kinds 2, 10 (owned reference)
+    int32_t flags;      // kinds 2, 9, 10
+    DbVarInfo info;     // kind 12
     Sample sample;
-    int32_t obsCount;    // kinds 3, 4, 5, 11
+    int32_t obsCount; // kinds 3, 4, 5, 11
     // Full snapshots (kinds 4, 5, 11).
     int32_t snapVars;
-    DbVarArrays snap; // no column pointers: they follow from the handles
+    DbVarArrays snap;                             // no column pointers: they follow from the handles
     int32_t varFirst, varLast, obsFirst, obsLast; // changed ranges, -1 when none
     DbUndoEntry *older;
 };
@@ -145,8 +145,7 @@ bool applyEntry(Database *db, DbUndoEntry *e) {
     case DB_UNDO_INFO:
         if (haveVar) db->varInfo[e->index] = e->info;
         break;
-    default:
-        break;
+    default: break;
     }
     return true;
 }

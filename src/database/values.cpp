@@ -222,7 +222,8 @@ int ReadFileValue(FILE *stream, double *value) {
         char buf[128];
         size_t n = 0;
         int d = c;
-        while (n + 1 < sizeof buf && (isDigit(static_cast<char>(d)) || d == '.' || d == '+' || d == '-' || d == 'e' || d == 'E')) {
+        while (n + 1 < sizeof buf &&
+               (isDigit(static_cast<char>(d)) || d == '.' || d == '+' || d == '-' || d == 'e' || d == 'E')) {
             buf[n++] = static_cast<char>(d);
             d = std::getc(stream);
         }

@@ -16,11 +16,11 @@ const double kDiscreteProbFloor = 4.930380657631324e-32;
 // Optional outputs; a null member is skipped together with all work that only feeds it. The
 // accumulated ones (score, information, outer product) are zeroed here first.
 struct DiscreteOutputs {
-    double *score; // k
-    MATRIX info;   // k x k, expected information, symmetric
-    MATRIX prob;   // n x 2 (probit: P0, P1) or n x m (logit)
+    double *score;  // k
+    MATRIX info;    // k x k, expected information, symmetric
+    MATRIX prob;    // n x 2 (probit: P0, P1) or n x m (logit)
     double *llfObs; // n; missing for invalid outcomes
-    MATRIX outer;  // k x k, sum of s_i s_i'
+    MATRIX outer;   // k x k, sum of s_i s_i'
 };
 
 // Binary probit at beta (k values) for outcomes y (n values, truncated toward zero; 0 and 1 are

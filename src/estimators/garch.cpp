@@ -31,10 +31,14 @@ inline double capLogVariance(double s) { return s > kLogVarianceCap ? kLogVarian
 
 // u_t = e_t - delta * m(h_t) for a variance in levels.
 template <int Kind> inline double garchResidual(double e, double delta, double h) {
-    if constexpr (Kind == GARCH_INMEAN_VAR) return e - delta * h;
-    else if constexpr (Kind == GARCH_INMEAN_SD) return e - delta * std::sqrt(h);
-    else if constexpr (Kind == GARCH_INMEAN_LOGVAR) return e - delta * std::log(h);
-    else return e;
+    if constexpr (Kind == GARCH_INMEAN_VAR)
+        return e - delta * h;
+    else if constexpr (Kind == GARCH_INMEAN_SD)
+        return e - delta * std::sqrt(h);
+    else if constexpr (Kind == GARCH_INMEAN_LOGVAR)
+        return e - delta * std::log(h);
+    else
+        return e;
 }
 
 double garchResidual(int kind, double e, double delta, double h) {
@@ -48,10 +52,14 @@ double garchResidual(int kind, double e, double delta, double h) {
 
 // u_t for a log variance l (already capped at 709).
 template <int Kind> inline double egarchResidual(double e, double delta, double l) {
-    if constexpr (Kind == GARCH_INMEAN_VAR) return e - delta * std::exp(l);
-    else if constexpr (Kind == GARCH_INMEAN_SD) return e - delta * std::exp(0.5 * l);
-    else if constexpr (Kind == GARCH_INMEAN_LOGVAR) return e - delta * l;
-    else return e;
+    if constexpr (Kind == GARCH_INMEAN_VAR)
+        return e - delta * std::exp(l);
+    else if constexpr (Kind == GARCH_INMEAN_SD)
+        return e - delta * std::exp(0.5 * l);
+    else if constexpr (Kind == GARCH_INMEAN_LOGVAR)
+        return e - delta * l;
+    else
+        return e;
 }
 
 struct GarchParams {
@@ -137,8 +145,10 @@ template <int Kind, bool Threshold> void garchMainOrders(const GarchParams &g, i
 
 template <int Kind> void garchMainDispatch(const GarchParams &g, int t0) {
     // Unordered test: a NaN gamma counts as non-zero and adds its NaN where the test holds.
-    if (!(g.gamma == 0.0)) garchMainOrders<Kind, true>(g, t0);
-    else garchMainOrders<Kind, false>(g, t0);
+    if (!(g.gamma == 0.0))
+        garchMainOrders<Kind, true>(g, t0);
+    else
+        garchMainOrders<Kind, false>(g, t0);
 }
 
 struct EgarchParams {
@@ -186,8 +196,8 @@ template <int Kind> void egarchRun(const EgarchParams &w, int startEnd, double l
 
 } // namespace
 
-int GarchVariance(const double *e, const double *x, int nobs, const double *coef, int p, int q,
-                  int inMean, double delta, double kappa, double gamma, double *h, double *u) {
+int GarchVariance(const double *e, const double *x, int nobs, const double *coef, int p, int q, int inMean,
+                  double delta, double kappa, double gamma, double *h, double *u) {
     const double sigma2 = meanSquare(e, nobs);
     const int maxpq = p > q ? p : q;
     const double *beta = coef + maxpq + 1;
@@ -231,9 +241,8 @@ int GarchVariance(const double *e, const double *x, int nobs, const double *coef
     return 1;
 }
 
-int EgarchVariance(const double *e, const double *x, int nobs, double theta, double phi, double nu,
-                   const double *a, int q, const double *b, int p, int inMean, double delta,
-                   double *logh, double *u) {
+int EgarchVariance(const double *e, const double *x, int nobs, double theta, double phi, double nu, const double *a,
+                   int q, const double *b, int p, int inMean, double delta, double *logh, double *u) {
     KvArray<double> news(static_cast<size_t>(nobs));
     if (!news.ok()) {
         for (int t = 0; t < nobs; ++t) logh[t] = 0.0;

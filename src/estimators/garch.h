@@ -10,9 +10,9 @@
 // In-mean kinds: u_t = e_t - delta * m(h_t). Any other value means no in-mean term.
 enum {
     GARCH_INMEAN_NONE = 0,
-    GARCH_INMEAN_VAR = 1,    // m(h) = h
-    GARCH_INMEAN_SD = 2,     // m(h) = sqrt(h)
-    GARCH_INMEAN_LOGVAR = 3  // m(h) = log h
+    GARCH_INMEAN_VAR = 1,   // m(h) = h
+    GARCH_INMEAN_SD = 2,    // m(h) = sqrt(h)
+    GARCH_INMEAN_LOGVAR = 3 // m(h) = log h
 };
 
 // GARCH(p, q) with threshold term. coef holds 1 + max(p,q) + p elements: coef[0] unused,
@@ -20,15 +20,14 @@ enum {
 // Unavailable lags take sigma-bar^2 = mean of e_t^2. h may become zero or negative; it is kept.
 // Returns 1, or 0 when the one scratch array (q doubles) could not be allocated, in which case
 // h and u hold missing values. Requires nobs >= 1, p >= 0, q >= 0.
-int GarchVariance(const double *e, const double *x, int nobs, const double *coef, int p, int q,
-                  int inMean, double delta, double kappa, double gamma, double *h, double *u);
+int GarchVariance(const double *e, const double *x, int nobs, const double *coef, int p, int q, int inMean,
+                  double delta, double kappa, double gamma, double *h, double *u);
 
 // EGARCH(p, q): a holds a_1..a_q (news terms), b holds b_1..b_p (lagged log variances).
 // logh receives the log variance: start-up values as computed, main-phase values capped at 709.
 // Returns 1, or 0 when the news series (nobs doubles) could not be allocated, in which case
 // logh and u are set to zero. Requires nobs >= 1, p >= 0, q >= 0.
-int EgarchVariance(const double *e, const double *x, int nobs, double theta, double phi, double nu,
-                   const double *a, int q, const double *b, int p, int inMean, double delta,
-                   double *logh, double *u);
+int EgarchVariance(const double *e, const double *x, int nobs, double theta, double phi, double nu, const double *a,
+                   int q, const double *b, int p, int inMean, double delta, double *logh, double *u);
 
 #endif

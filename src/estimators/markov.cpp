@@ -14,8 +14,8 @@ namespace {
 constexpr double kTinyProbability = 1e-100;
 constexpr double kHugeReciprocal = 1e100;
 
-template <int Kind> void smoothRun(MATRIX filt, int nobs, int m, MATRIX P, MATRIX smooth, MATRIX trans,
-                                   double *pred, double *ratio, double *s) {
+template <int Kind> void smoothRun(MATRIX filt, int nobs, int m, MATRIX P, MATRIX smooth, MATRIX trans, double *pred,
+                                   double *ratio, double *s) {
     for (int j = 0; j < m; ++j) {
         s[j] = filt[nobs - 1][j]; // Pr[S_{T-1} = j | Y_T]: the last filtered row
         smooth[nobs - 1][j] = s[j];
@@ -53,8 +53,10 @@ template <int Kind> void smoothRun(MATRIX filt, int nobs, int m, MATRIX P, MATRI
                 for (int j = 0; j < m; ++j) b += ratio[j] * P[j][i];
             }
             double v = f[i] * b;
-            if (v <= kTinyProbability) v = 0.0;
-            else if (v > 1.0) v = 1.0;
+            if (v <= kTinyProbability)
+                v = 0.0;
+            else if (v > 1.0)
+                v = 1.0;
             s[i] = v;
         }
         double *row = smooth[t];
@@ -67,8 +69,8 @@ template <int Kind> void smoothRun(MATRIX filt, int nobs, int m, MATRIX P, MATRI
 int MsFilter(MATRIX dens, int nobs, int m, MATRIX P, const double *init, double *lik, MATRIX filt) {
     KvArray<double> work(2 * static_cast<size_t>(m));
     if (!work.ok()) return 0;
-    double *pred = work.get();   // Pr[S_t = j | Y_{t-1}]
-    double *post = pred + m;     // Pr[S_t = j | Y_t]
+    double *pred = work.get(); // Pr[S_t = j | Y_{t-1}]
+    double *post = pred + m;   // Pr[S_t = j | Y_t]
     for (int j = 0; j < m; ++j) pred[j] = init[j];
     for (int t = 0; t < nobs; ++t) {
         const double *d = dens[t];

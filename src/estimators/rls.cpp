@@ -204,8 +204,10 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
             for (int r = 0; r < n; ++r)
                 for (int q = 0; q < n; ++q) Wm[r][q] = Sm[r][q] / T;
             double logdet;
-            if (MatLogDet(Wm, n, &logdet, Wm) == 0) sysstat[0][t] = -0.5 * logdet;
-            else MissingValue(&sysstat[0][t]);
+            if (MatLogDet(Wm, n, &logdet, Wm) == 0)
+                sysstat[0][t] = -0.5 * logdet;
+            else
+                MissingValue(&sysstat[0][t]);
         }
 
         if (t == last) return 1;

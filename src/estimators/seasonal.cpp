@@ -13,8 +13,10 @@ struct CompensatedSum {
     double sum = 0.0, comp = 0.0;
     void add(double v) {
         double t = sum + v;
-        if (std::fabs(sum) >= std::fabs(v)) comp += (sum - t) + v;
-        else comp += (v - t) + sum;
+        if (std::fabs(sum) >= std::fabs(v))
+            comp += (sum - t) + v;
+        else
+            comp += (v - t) + sum;
         sum = t;
     }
     double value() const { return sum + comp; }

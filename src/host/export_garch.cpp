@@ -41,8 +41,8 @@ KAVREL_EXPORT void FnGarchVar(LumoValue *result, LumoValue *args, int) noexcept 
 
             int status = 0;
             bool made = runIntoOutputs(args, nobs, [&](double *h, double *u) {
-                status = GarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, FrameElements(args, 2), p,
-                                       q, FrameInt(args, 5), FrameDouble(args, 6), FrameDouble(args, 7),
+                status = GarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, FrameElements(args, 2),
+                                       p, q, FrameInt(args, 5), FrameDouble(args, 6), FrameDouble(args, 7),
                                        FrameDouble(args, 8), h, u);
             });
             FrameSetInt(result, made ? status : 0);
@@ -72,9 +72,9 @@ KAVREL_EXPORT void FnEgarchVar(LumoValue *result, LumoValue *args, int) noexcept
             // A scratch failure inside zeroes both outputs and still counts as a completed call.
             bool made = runIntoOutputs(args, nobs, [&](double *logh, double *u) {
                 EgarchVariance(FrameMatrix(args, 0)[0], FrameMatrix(args, 1)[0], nobs, FrameDouble(args, 2),
-                               FrameDouble(args, 3), FrameDouble(args, 4), q > 0 ? FrameMatrix(args, 5)[0] : nullptr,
-                               q, p > 0 ? FrameMatrix(args, 6)[0] : nullptr, p, FrameInt(args, 7),
-                               FrameDouble(args, 8), logh, u);
+                               FrameDouble(args, 3), FrameDouble(args, 4), q > 0 ? FrameMatrix(args, 5)[0] : nullptr, q,
+                               p > 0 ? FrameMatrix(args, 6)[0] : nullptr, p, FrameInt(args, 7), FrameDouble(args, 8),
+                               logh, u);
             });
             FrameSetInt(result, made ? 1 : 0);
         },

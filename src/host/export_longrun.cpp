@@ -52,8 +52,8 @@ KAVREL_EXPORT void FnKroneckerSel(LumoValue *result, LumoValue *args, int) noexc
             if (!LumoLibValMatMalloc(result, static_cast<int>(nrow), static_cast<int>(nC))) return;
             if (nrow == 0) return;
             KroneckerSelect(FrameMatrix(args, 0), rA, cA, FrameMatrix(args, 1), rB, cB,
-                            nR > 0 ? FrameMatrix(args, 2)[0] : nullptr, static_cast<int>(nrow),
-                            FrameMatrix(args, 3)[0], static_cast<int>(nC), static_cast<MATRIX>(result->data));
+                            nR > 0 ? FrameMatrix(args, 2)[0] : nullptr, static_cast<int>(nrow), FrameMatrix(args, 3)[0],
+                            static_cast<int>(nC), static_cast<MATRIX>(result->data));
         },
         [] {});
 }

@@ -46,8 +46,8 @@ KAVREL_EXPORT void FnFilterMS(LumoValue *result, LumoValue *args, int) noexcept 
             MatSetMissing(lik, nobs, 1);
             MatSetMissing(filt, nobs, m);
             if (failed) return;
-            FrameSetInt(result, MsFilter(FrameMatrix(args, 0), nobs, m, FrameMatrix(args, 1),
-                                         FrameMatrix(args, 2)[0], lik[0], filt));
+            FrameSetInt(result, MsFilter(FrameMatrix(args, 0), nobs, m, FrameMatrix(args, 1), FrameMatrix(args, 2)[0],
+                                         lik[0], filt));
         },
         [] {});
 }

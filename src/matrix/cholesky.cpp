@@ -46,8 +46,10 @@ int MatInvertSpd(MATRIX A, int n) {
         for (int j = 0; j <= i; ++j) {
             double s = 0.0;
             for (int l = i; l < n; ++l) s += A[l][i] * A[l][j];
-            if (j < i) A[j][i] = s; // the upper triangle is free storage until mirrored
-            else A[i][i] = s;
+            if (j < i)
+                A[j][i] = s; // the upper triangle is free storage until mirrored
+            else
+                A[i][i] = s;
         }
         for (int j = 0; j < i; ++j) A[i][j] = A[j][i];
     }

@@ -39,9 +39,7 @@ void axpy(double *y, double alpha, const double *x, int len) {
 
 // Element j (j <= i) of row i of L after `steps` reflections: below the diagonal it is stored in
 // the row itself, on the diagonal of a reflected row it is kept apart.
-double lower(const MatLsqWork *w, int steps, int i, int j) {
-    return (j == i && i < steps) ? w->diag[i] : w->a[i][j];
-}
+double lower(const MatLsqWork *w, int steps, int i, int j) { return (j == i && i < steps) ? w->diag[i] : w->a[i][j]; }
 
 void setFailed(MATRIX B, int n, MATRIX P, int k) {
     if (B && n > 0 && k > 0) MatSetMissing(B, n, k);
@@ -98,8 +96,7 @@ MatLsqWork::~MatLsqWork() { MatLsqWorkFree(this); }
 
 int MatLsqFit(MATRIX X, int k, int count, MATRIX Y, int n, MATRIX B, MATRIX P, MatLsqWork *w) {
     const bool wantB = B != nullptr && n > 0;
-    if (!w || !X || k < 1 || count < 1 || n < 0 || k > w->kcap || count > w->cap ||
-        (wantB && (!Y || n > w->ncap))) {
+    if (!w || !X || k < 1 || count < 1 || n < 0 || k > w->kcap || count > w->cap || (wantB && (!Y || n > w->ncap))) {
         setFailed(B, n, P, k);
         return 0;
     }
@@ -195,8 +192,10 @@ int MatLsqFit(MATRIX X, int k, int count, MATRIX Y, int n, MATRIX B, MATRIX P, M
         status = -1;
     } else {
         const bool scaled = lo / hi > tol;
-        if (rank == m) status = scaled ? 1 : 2;
-        else status = scaled ? -1 : -2;
+        if (rank == m)
+            status = scaled ? 1 : 2;
+        else
+            status = scaled ? -1 : -2;
     }
 
     // Basic solution over the first `rank` pivots. For each equation, c L11 = (Q y)(0..r-1) is

@@ -23,13 +23,13 @@ double MatGetRankTolerance();
 // refits) allocate nothing. Capacity: up to kcap variables, ncap dependent rows, cap observations.
 struct MatLsqWork {
     int kcap = 0, ncap = 0, cap = 0;
-    MATRIX a = nullptr;      // kcap x cap: the variable rows, reduced in place; rows swap with the pivots
-    MATRIX y = nullptr;      // ncap x cap: the dependent rows, reflected alongside (null when ncap = 0)
-    MATRIX linv = nullptr;   // kcap x kcap: the inverse of the leading block of L
-    double *norm = nullptr;  // kcap: squared norms of the unreduced parts of the variable rows
-    double *diag = nullptr;  // kcap: diagonal of L
-    double *coef = nullptr;  // kcap: coefficients of one equation in pivoted order
-    int *perm = nullptr;     // kcap: perm[i] = original index of the variable in pivot position i
+    MATRIX a = nullptr;     // kcap x cap: the variable rows, reduced in place; rows swap with the pivots
+    MATRIX y = nullptr;     // ncap x cap: the dependent rows, reflected alongside (null when ncap = 0)
+    MATRIX linv = nullptr;  // kcap x kcap: the inverse of the leading block of L
+    double *norm = nullptr; // kcap: squared norms of the unreduced parts of the variable rows
+    double *diag = nullptr; // kcap: diagonal of L
+    double *coef = nullptr; // kcap: coefficients of one equation in pivoted order
+    int *perm = nullptr;    // kcap: perm[i] = original index of the variable in pivot position i
     // Filled by each fit, for callers and tests that want the detail:
     int steps = 0; // reflections made (the triangularisation stops early at an all-zero remainder)
     int rank = 0;  // leading diagonal elements above the rank threshold

@@ -171,8 +171,8 @@ double tUpperInv(double q, double df) {
     double z = ibetaInvSmall(a, 0.5, 2.0 * q, &y, &logz);
     // x = sqrt(df (1 - z) / z), through logarithms once z is tiny.
     double x = z >= kTinyZ ? std::sqrt(df * y) / std::sqrt(z) : std::sqrt(df) * std::exp(-0.5 * logz);
-    return polishQuantile(x, q, -1, [df](double v) { return tUpper(v, df); },
-                          [df](double v) { return DistTPdf(v, df); });
+    return polishQuantile(
+        x, q, -1, [df](double v) { return tUpper(v, df); }, [df](double v) { return DistTPdf(v, df); });
 }
 
 } // namespace
@@ -389,7 +389,8 @@ double DistFPdf(double x, double d1, double d2) {
     double s = above ? fRatio(d2, d1, x) : x * d1 / d2;
     double small = s / (1.0 + s), big = 1.0 / (1.0 + s);
     if (small >= kTinyZ && x >= 1e-300 && x <= 1e300) {
-        double deriv = above ? bm::ibeta_derivative(b, a, small, Policy()) : bm::ibeta_derivative(a, b, small, Policy());
+        double deriv =
+            above ? bm::ibeta_derivative(b, a, small, Policy()) : bm::ibeta_derivative(a, b, small, Policy());
         double f = small * deriv * big / x;
         if (f >= 2.2250738585072014e-308 && f < kInf) return f;
     }

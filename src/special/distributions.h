@@ -10,8 +10,8 @@
 
 // Standard normal.
 double DistNormalPdf(double x);
-double DistNormalP(double x);   // Phi(x), full relative accuracy down to subnormal results
-double DistNormalQ(double x);   // 1 - Phi(x), computed as a tail
+double DistNormalP(double x);    // Phi(x), full relative accuracy down to subnormal results
+double DistNormalQ(double x);    // 1 - Phi(x), computed as a tail
 double DistNormalPinv(double p); // x with Phi(x) = p; -inf at 0, +inf at 1
 double DistNormalQinv(double q); // x with Q(x) = q
 

@@ -23,9 +23,18 @@ namespace dbtest {
 using Strings = std::vector<std::string>;
 const double NA = MissingValueOf();
 
-inline Strings &messages() { static Strings m; return m; } // "Title: text"
-inline Strings &outputs() { static Strings s; return s; }  // one entry per call of the text channel
-inline int &notifications() { static int n = 0; return n; }
+inline Strings &messages() {
+    static Strings m;
+    return m;
+} // "Title: text"
+inline Strings &outputs() {
+    static Strings s;
+    return s;
+} // one entry per call of the text channel
+inline int &notifications() {
+    static int n = 0;
+    return n;
+}
 inline std::string bitsOf(double x) {
     uint64_t b;
     std::memcpy(&b, &x, sizeof b);
@@ -43,7 +52,8 @@ class Capture : public ::testing::Test {
 protected:
     void SetUp() override {
         messages().clear(), outputs().clear(), notifications() = 0;
-        SetMessageSink([](const char *title, const char *text) { messages().push_back(std::string(title) + ": " + text); });
+        SetMessageSink(
+            [](const char *title, const char *text) { messages().push_back(std::string(title) + ": " + text); });
         SetOutputChannels([](const char *text) { outputs().push_back(text); }, [] { ++notifications(); }, nullptr);
         SetOutputBuffering(0), OutputClearBuffer();
         poolBefore_ = ColumnPoolInUse();
@@ -58,17 +68,18 @@ protected:
 
 inline void expectColumn(const Database *db, int i, const std::vector<double> &want, const char *what) {
     ASSERT_EQ(db->obsCount, static_cast<int>(want.size())) << what;
-    for (size_t t = 0; t < want.size(); ++t) EXPECT_EQ(bitsOf(db->columns[i][t]), bitsOf(want[t])) << what << " t=" << t;
+    for (size_t t = 0; t < want.size(); ++t)
+        EXPECT_EQ(bitsOf(db->columns[i][t]), bitsOf(want[t])) << what << " t=" << t;
 }
-
 
 // Everything a user can see of a database: sample, names, descriptions, flags, info records and
 // the bits of every value.
 inline std::string dump(const Database *db) {
     const Sample &s = db->sample;
-    std::string out = std::to_string(s.startYear) + "(" + std::to_string(s.startPeriod) + ")-" + std::to_string(s.endYear) +
-                      "(" + std::to_string(s.endPeriod) + ")/" + std::to_string(s.frequency) + " T=" +
-                      std::to_string(db->obsCount) + " desc=" + (db->description ? db->description : "<null>");
+    std::string out = std::to_string(s.startYear) + "(" + std::to_string(s.startPeriod) + ")-" +
+                      std::to_string(s.endYear) + "(" + std::to_string(s.endPeriod) + ")/" +
+                      std::to_string(s.frequency) + " T=" + std::to_string(db->obsCount) +
+                      " desc=" + (db->description ? db->description : "<null>");
     for (int i = 0; i < db->varCount; ++i) {
         out += std::string("\n") + (db->names[i] ? db->names[i] : "<null>") + " [" +
                (db->varDescriptions[i] ? db->varDescriptions[i] : "") + "] f=" + std::to_string(db->varFlags[i]) +
@@ -84,7 +95,8 @@ inline void expectConsistent(const Database *db) {
     ASSERT_LE(db->varCount, db->capacity);
     for (int i = 0; i < db->varCount; ++i) {
         ASSERT_NE(db->handles[i], nullptr) << i;
-        EXPECT_TRUE(db->columns[i] == ColumnDoubles(db->handles[i]) && db->handles[i]->count >= db->obsCount && db->names[i])
+        EXPECT_TRUE(db->columns[i] == ColumnDoubles(db->handles[i]) && db->handles[i]->count >= db->obsCount &&
+                    db->names[i])
             << i;
     }
 }

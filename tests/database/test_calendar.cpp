@@ -36,16 +36,25 @@ int referenceEaster(int y) {
 
 TEST(Calendar, PublishedDayNumbersAndInvalidDates) {
     // J2000.0 and Meeus ex. 7.b, the first Gregorian and last Julian days, the epoch.
-    struct Ref { long long y; int m, d; bool gregorian; long long jd; } refs[] = {
-        {2000, 1, 1, true, 2451545}, {333, 1, 27, false, 1842713}, {1582, 10, 15, true, 2299161},
-        {1582, 10, 4, false, 2299160}, {-4712, 1, 1, false, 0}};
+    struct Ref {
+        long long y;
+        int m, d;
+        bool gregorian;
+        long long jd;
+    } refs[] = {{2000, 1, 1, true, 2451545},
+                {333, 1, 27, false, 1842713},
+                {1582, 10, 15, true, 2299161},
+                {1582, 10, 4, false, 2299160},
+                {-4712, 1, 1, false, 0}};
     for (const Ref &r : refs) EXPECT_EQ(civilJd(r.y, r.m, r.d, r.gregorian), r.jd) << r.y;
-    struct Row { int y, m, d, jd; } rows[] = {
-        // 4 October 1582 is read in the Gregorian reckoning by the switch key: 2299150, not 2299160.
-        {2000, 1, 1, 2451545}, {1582, 10, 15, 2299161}, {1582, 10, 4, 2299150}, {1858, 11, 17, 2400001},
-        {1, 1, 1, 1721424},    {-1, 1, 1, 1721058},     {-4713, 1, 1, 0},       {-4714, 12, 31, -1},
-        {0, 1, 1, -1},         {2000, 0, 1, -1},        {2000, 1, 0, -1},       {2000, 1, -7, -1},
-        {2000000000, 12, 31, -1}, {-2000000000, 1, 1, -1}};
+    struct Row {
+        int y, m, d, jd;
+    } rows[] = {// 4 October 1582 is read in the Gregorian reckoning by the switch key: 2299150, not 2299160.
+                {2000, 1, 1, 2451545},    {1582, 10, 15, 2299161}, {1582, 10, 4, 2299150},
+                {1858, 11, 17, 2400001},  {1, 1, 1, 1721424},      {-1, 1, 1, 1721058},
+                {-4713, 1, 1, 0},         {-4714, 12, 31, -1},     {0, 1, 1, -1},
+                {2000, 0, 1, -1},         {2000, 1, 0, -1},        {2000, 1, -7, -1},
+                {2000000000, 12, 31, -1}, {-2000000000, 1, 1, -1}};
     for (const Row &r : rows) EXPECT_EQ(JulianDay(r.y, r.m, r.d), r.jd) << r.y << "-" << r.m << "-" << r.d;
     EXPECT_TRUE(WeekdayOfJulianDay(2451545) + refWeekday(2451545) == 14 && WeekdayOfDate(2024, 3, 31) == 1); // Sat, Sun
     EXPECT_NE(JulianDay(2000, 2147483647, 2147483647), 0); // wild but defined
@@ -55,7 +64,10 @@ TEST(Calendar, PublishedDayNumbersAndInvalidDates) {
 // 1583 to 2400: day number, the date back and the weekday. The library counts years without a
 // year 0; the reference in astronomical years.
 TEST(Calendar, EveryDayOfBothCalendars) {
-    struct Range { long long from, to; bool gregorian; } ranges[] = {{-4799, 1581, false}, {1583, 2400, true}};
+    struct Range {
+        long long from, to;
+        bool gregorian;
+    } ranges[] = {{-4799, 1581, false}, {1583, 2400, true}};
     for (const Range &r : ranges)
         for (long long a = r.from; a <= r.to; ++a)
             for (int m = 1; m <= 12; ++m)
@@ -65,7 +77,8 @@ TEST(Calendar, EveryDayOfBothCalendars) {
                     ASSERT_EQ(JulianDay(y, m, d), jd) << y << "-" << m << "-" << d;
                     int yy, mm, dd;
                     CalendarDate(static_cast<int>(jd), &yy, &mm, &dd);
-                    ASSERT_TRUE(yy == y && mm == m && dd == d && WeekdayOfJulianDay(static_cast<int>(jd)) == refWeekday(jd))
+                    ASSERT_TRUE(yy == y && mm == m && dd == d &&
+                                WeekdayOfJulianDay(static_cast<int>(jd)) == refWeekday(jd))
                         << jd << " -> " << yy << "-" << mm << "-" << dd;
                 }
 }
@@ -85,7 +98,9 @@ TEST(Calendar, SwitchWindowAndWideRoundTrip) {
         int y, m, d;
         CalendarDate(static_cast<int>(jd), &y, &m, &d);
         ASSERT_TRUE(m >= 1 && m <= 12 && d >= 1 && d <= 31 && y != 0 && WeekdayOfJulianDay(static_cast<int>(jd)) >= 1);
-        if (jd < civilJd(1582, 1, 1, false) || jd >= 2299161) { ASSERT_EQ(JulianDay(y, m, d), jd) << y << "-" << m << "-" << d; }
+        if (jd < civilJd(1582, 1, 1, false) || jd >= 2299161) {
+            ASSERT_EQ(JulianDay(y, m, d), jd) << y << "-" << m << "-" << d;
+        }
     }
 }
 
@@ -125,7 +140,9 @@ TEST(Calendar, TimeOfDay) {
     // Every 7th hundredth of a day splits back into its parts.
     for (long long c = 0; c < 8640000; c += 7)
         ASSERT_EQ(hundredths(TimeToDayFraction(static_cast<int>(c / 360000), static_cast<int>(c / 6000 % 60),
-                                               static_cast<int>(c / 100 % 60), static_cast<int>(c % 100))), c);
+                                               static_cast<int>(c / 100 % 60), static_cast<int>(c % 100))),
+                  c);
     // Fractions out of range give midnight; one just below 1 rounds to the next midnight.
-    for (double f : {std::nan(""), 1e300, -1e300, 0.999999999}) EXPECT_EQ(hundredths(f), f == 0.999999999 ? 8640000 : 0) << f;
+    for (double f : {std::nan(""), 1e300, -1e300, 0.999999999})
+        EXPECT_EQ(hundredths(f), f == 0.999999999 ? 8640000 : 0) << f;
 }

@@ -17,12 +17,17 @@ using Output = Capture;
 // SWprintf of a text of x's (its last character a line feed when asked) after a prefix.
 TEST_F(Output, SWprintfThresholds) {
     // flushed: length of the one flushed text (0: none); kept: length left in the buffer.
-    struct Row { int buffering; size_t prefix, length; bool lineFeed, overwrite; size_t flushed, kept; } rows[] = {
-        {0, 0, 3, false, false, 0, 3},            {0, 0, 4, true, false, 4, 0},
-        {0, 0, 16383, false, false, 0, 16383},    {0, 0, 16384, true, true, 16383, 0},
-        {0, 10000, 6384, false, true, 16383, 0},  {0, 10000, 6383, false, false, 0, 16383},
-        {1, 0, 15360, true, false, 0, 15360},     {1, 15000, 361, true, false, 15361, 0},
-        {1, 0, 16000, false, false, 0, 16000},    {1, 0, 16384, true, true, 16383, 0},
+    struct Row {
+        int buffering;
+        size_t prefix, length;
+        bool lineFeed, overwrite;
+        size_t flushed, kept;
+    } rows[] = {
+        {0, 0, 3, false, false, 0, 3},           {0, 0, 4, true, false, 4, 0},
+        {0, 0, 16383, false, false, 0, 16383},   {0, 0, 16384, true, true, 16383, 0},
+        {0, 10000, 6384, false, true, 16383, 0}, {0, 10000, 6383, false, false, 0, 16383},
+        {1, 0, 15360, true, false, 0, 15360},    {1, 15000, 361, true, false, 15361, 0},
+        {1, 0, 16000, false, false, 0, 16000},   {1, 0, 16384, true, true, 16383, 0},
     };
     for (const Row &r : rows) {
         OutputClearBuffer();
@@ -61,11 +66,16 @@ TEST_F(Output, PrintTextBufferedAndDirect) {
     // sent in pieces that join to the converted text.
     SetOutputBuffering(0), outputs().clear();
     const std::string longLine(3000, 'z');
-    PrintTextConverted(("a\r\nb\rc\x01\x7f" "d\te" + longLine + "\r\n").c_str());
+    PrintTextConverted(("a\r\nb\rc\x01\x7f"
+                        "d\te" +
+                        longLine + "\r\n")
+                           .c_str());
     ASSERT_GE(outputs().size(), 3u);
     EXPECT_EQ(outputs()[0] + outputs()[1], "a\nb\n"); // the line ends send what they close
     outputs().erase(outputs().begin(), outputs().begin() + 2);
-    EXPECT_EQ(takePrinted(), "c \x7f" "d\te" + longLine + "\n");
+    EXPECT_EQ(takePrinted(), "c \x7f"
+                             "d\te" +
+                                 longLine + "\n");
 }
 
 TEST_F(Output, CallbacksAndDefaultChannels) {

@@ -2,7 +2,6 @@
 // texts and the date-value texts.
 #include <gtest/gtest.h>
 
-
 #include "database/calendar.h"
 #include "matrix/matrix.h"
 
@@ -27,7 +26,8 @@ TEST(Sample, ArithmeticAgainstAWalk) {
         int y = s.startYear, p = s.startPeriod, t = -3 * s.frequency - 2;
         for (int k = 0; k > t; --k) step(&y, &p, s.frequency, -1);
         for (;; ++t, step(&y, &p, s.frequency, 1)) {
-            ASSERT_TRUE(SampleObsIndex(y, p, s) == t && SampleYearOfObs(t, s) == y && SamplePeriodOfObs(t, s) == p) << t;
+            ASSERT_TRUE(SampleObsIndex(y, p, s) == t && SampleYearOfObs(t, s) == y && SamplePeriodOfObs(t, s) == p)
+                << t;
             if (y == s.endYear && p == s.endPeriod) break;
         }
         EXPECT_EQ(SampleObsCount(s), t + 1);
@@ -36,7 +36,8 @@ TEST(Sample, ArithmeticAgainstAWalk) {
             SampleSetCount(&a, c), SampleSetStartFromEnd(&b, c);
             ASSERT_TRUE(a.endYear == SampleYearOfObs(c - 1, s) && a.endPeriod == SamplePeriodOfObs(c - 1, s)) << c;
             ASSERT_TRUE(b.endYear == s.endYear && b.endPeriod == s.endPeriod && b.startPeriod >= 1 &&
-                        b.startPeriod <= s.frequency) << c;
+                        b.startPeriod <= s.frequency)
+                << c;
             ASSERT_TRUE(SampleObsCount(a) == c && SampleObsCount(b) == c) << c;
         }
     }
@@ -48,17 +49,32 @@ TEST(Sample, ArithmeticAgainstAWalk) {
 
 TEST(Sample, PeriodAndFrequencyTexts) {
     char out[KV_DATE_TEXT_MAX];
-    struct Period { Sample s; int y, p; const char *want; } periods[] = {
-        {{1990, 1, 2000, 1, 1}, 1995, 1, "1995"},          {{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
-        {{1990, 1, 2000, 4, 4}, 1995, 3, "1995(3)"},       {{1990, 1, 2000, 12, 12}, 1995, 3, "1995( 3)"},
-        {{1990, 1, 2000, 12, 12}, 1995, 11, "1995(11)"},   {{1000, 1, 1999, 12, 12}, 1995, 3, " 1995(  3)"},
-        {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"}, {{1990, 1, 2000, 52, 52}, 1990, 7, "1990( 7)"}};
+    struct Period {
+        Sample s;
+        int y, p;
+        const char *want;
+    } periods[] = {{{1990, 1, 2000, 1, 1}, 1995, 1, "1995"},
+                   {{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
+                   {{1990, 1, 2000, 4, 4}, 1995, 3, "1995(3)"},
+                   {{1990, 1, 2000, 12, 12}, 1995, 3, "1995( 3)"},
+                   {{1990, 1, 2000, 12, 12}, 1995, 11, "1995(11)"},
+                   {{1000, 1, 1999, 12, 12}, 1995, 3, " 1995(  3)"},
+                   {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"},
+                   {{1990, 1, 2000, 52, 52}, 1990, 7, "1990( 7)"}};
     for (const Period &r : periods) EXPECT_STREQ(FormatPeriod(out, sizeof out, r.y, r.p, r.s), r.want);
 
     const double first = JulianDay(2001, 1, 1);
-    struct Row { Sample s; int nobs, dated; double first, last; const char *name; int daysPerWeek, obsPerYear; } rows[] = {
-        {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},         {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
-        {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},     {{1990, 1, 2000, 4, 4}, 44, 0, 0, 0, "Quarterly", 0, 4},
+    struct Row {
+        Sample s;
+        int nobs, dated;
+        double first, last;
+        const char *name;
+        int daysPerWeek, obsPerYear;
+    } rows[] = {
+        {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},
+        {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
+        {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},
+        {{1990, 1, 2000, 4, 4}, 44, 0, 0, 0, "Quarterly", 0, 4},
         {{1990, 1, 2000, 5, 26}, 265, 0, 0, 0, "Frequency 26", 0, 26},
         {{1990, 1, 2000, 52, 52}, 572, 0, 0, 0, "Weekly (52/year)", 1, 52},
         // Dated: 260 working days over 52 weeks, 52 Mondays, 12 month starts, one day.
@@ -71,21 +87,36 @@ TEST(Sample, PeriodAndFrequencyTexts) {
     for (const Row &r : rows) {
         EXPECT_STREQ(SampleFrequencyName(out, sizeof out, r.s, r.nobs, r.dated, r.first, r.last), r.name);
         EXPECT_TRUE(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last) == r.daysPerWeek &&
-                    SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last) == r.obsPerYear) << r.name;
+                    SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last) == r.obsPerYear)
+            << r.name;
     }
 }
 
 TEST(DateText, FormatDateValue) {
     const double d2000 = 2451545.0; // 2000-01-01, a Saturday
     const double t1345 = TimeToDayFraction(13, 45, 30, 25), t1345z = TimeToDayFraction(13, 45, 0, 0);
-    struct Row { double v; int weekday, zeroTime, space, seconds; const char *want; } rows[] = {
-        {MissingValueOf(), 1, 1, 1, 1, "."}, {1e300, 0, 0, 0, 0, "."}, {0.0, 0, 0, 0, 0, "00:00"}, {0.0, 1, 1, 1, 1, "00:00:00"},
-        {d2000 + 0.5, 0, 0, 0, 0, "2000-01-01T12:00"}, {d2000, 0, 0, 0, 0, "2000-01-01"}, {d2000, 1, 0, 0, 0, "2000-01-01 Sat"},
-        {d2000, 0, 1, 1, 1, "2000-01-01 00:00:00"}, {d2000, 0, 1, 0, 0, "2000-01-01T00:00"},
-        {d2000, 1, 1, 0, -1, "2000-01-01 SatT00:00"}, {TimeToDayFraction(0, 0, 1, 0), 0, 0, 1, 0, "00:00:01"},
-        {d2000 + t1345, 0, 0, 0, 0, "2000-01-01T13:45:30.25"}, {d2000 + t1345, 0, 0, 0, -1, "2000-01-01T13:45"},
-        {d2000 + t1345, 0, 0, 0, 2, "2000-01-01T13:45.25"},    {d2000 + t1345z, 0, 0, 0, 0, "2000-01-01T13:45"},
-        {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},   {t1345, 0, 0, 0, 0, "13:45:30.25"},
+    struct Row {
+        double v;
+        int weekday, zeroTime, space, seconds;
+        const char *want;
+    } rows[] = {
+        {MissingValueOf(), 1, 1, 1, 1, "."},
+        {1e300, 0, 0, 0, 0, "."},
+        {0.0, 0, 0, 0, 0, "00:00"},
+        {0.0, 1, 1, 1, 1, "00:00:00"},
+        {d2000 + 0.5, 0, 0, 0, 0, "2000-01-01T12:00"},
+        {d2000, 0, 0, 0, 0, "2000-01-01"},
+        {d2000, 1, 0, 0, 0, "2000-01-01 Sat"},
+        {d2000, 0, 1, 1, 1, "2000-01-01 00:00:00"},
+        {d2000, 0, 1, 0, 0, "2000-01-01T00:00"},
+        {d2000, 1, 1, 0, -1, "2000-01-01 SatT00:00"},
+        {TimeToDayFraction(0, 0, 1, 0), 0, 0, 1, 0, "00:00:01"},
+        {d2000 + t1345, 0, 0, 0, 0, "2000-01-01T13:45:30.25"},
+        {d2000 + t1345, 0, 0, 0, -1, "2000-01-01T13:45"},
+        {d2000 + t1345, 0, 0, 0, 2, "2000-01-01T13:45.25"},
+        {d2000 + t1345z, 0, 0, 0, 0, "2000-01-01T13:45"},
+        {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},
+        {t1345, 0, 0, 0, 0, "13:45:30.25"},
         {static_cast<double>(JulianDay(-44, 3, 15)), 0, 0, 0, 0, "-44-03-15"},
     };
     char out[KV_DATE_TEXT_MAX], small[6];

@@ -4,10 +4,10 @@
 // every store operation and the reading of data files. The message texts are in test_messages.
 #include <cmath>
 
-#include "matrix/alloc.h"
 #include "database/calendar.h"
 #include "database/datafile.h"
 #include "dbcapture.h"
+#include "matrix/alloc.h"
 
 using namespace dbtest;
 
@@ -27,14 +27,24 @@ Database *makeStoreDb(int undo) {
 }
 
 // One operation of each undo kind, each changing the database; true on success.
-struct StoreOp { const char *what; bool (*op)(Database *); };
+struct StoreOp {
+    const char *what;
+    bool (*op)(Database *);
+};
 const DbVarInfo kInfo{{1, 2, 3, 4}};
 const StoreOp kStoreOps[] = {
     {"add with growth", [](Database *db) { return DbAddVariables(db, 300) >= 0; }},
     {"delete variable", [](Database *db) { return DbDeleteVariables(db, 1) == 1; }},
-    {"shorter sample", [](Database *db) { return DbSetSample(db, Sample{1990, 1, 1990, 3, 4}) == 1; }},
-    {"longer sample", [](Database *db) { return DbSetSample(db, Sample{1989, 1, 1995, 4, 4}) == 1; }},
-    {"values", [](Database *db) { // written in place between the snapshot and the mark
+    {"shorter sample",
+     [](Database *db) {
+         return DbSetSample(db, Sample{1990, 1, 1990, 3, 4}) == 1;
+     }},
+    {"longer sample",
+     [](Database *db) {
+         return DbSetSample(db, Sample{1989, 1, 1995, 4, 4}) == 1;
+     }},
+    {"values",
+     [](Database *db) { // written in place between the snapshot and the mark
          if (DbSnapshotValues(db, 0, 2, 2, 3) != 1) return false;
          db->columns[0][2] = db->columns[2][3] = -1;
          DbMarkChanged(db, 0, 2);
@@ -51,7 +61,8 @@ const StoreOp kStoreOps[] = {
     {"delete by selector", [](Database *db) { return DbDeleteObservations(db, 0, 1) == 1; }},
     {"extend", [](Database *db) { return DbExtendSample(db, 3, -2) == 1; }},
     {"sort", [](Database *db) { return DbSortObservations(db, 1) == 1; }},
-    {"batch", [](Database *db) { // its parts may fail alone: no all-or-nothing to check
+    {"batch",
+     [](Database *db) { // its parts may fail alone: no all-or-nothing to check
          DbBeginBatch(db), DbAddVariables(db, 1), DbExtendSample(db, 0, 2), DbExtendSample(db, 1, 0);
          DbDeleteVariables(db, 0), DbDeleteVariables(db, 2), DbEndBatch(db);
          return true;
@@ -61,14 +72,20 @@ const StoreOp kStoreOps[] = {
 // Defaults, the base name of what the caller gave, and the table: registration by slot,
 // case-blind lookup, generated names, a freed slot reused, switching the table off.
 TEST_F(Store, NewDatabasesAndTheTable) {
-    struct Row { const char *given, *name, *label; int capacity, expectCapacity; } rows[] = {
-        {nullptr, "data0", "data0", 0, 256}, {"C:\\data\\macro.in7", "macro.in7", "C:\\data\\macro.in7", 5, 5},
-        {"dir/sub\\x.csv", "x.csv", "dir/sub\\x.csv", 5, 5}, {"D:abc", "abc", "D:abc", -1, 256}};
+    struct Row {
+        const char *given, *name, *label;
+        int capacity, expectCapacity;
+    } rows[] = {{nullptr, "data0", "data0", 0, 256},
+                {"C:\\data\\macro.in7", "macro.in7", "C:\\data\\macro.in7", 5, 5},
+                {"dir/sub\\x.csv", "x.csv", "dir/sub\\x.csv", 5, 5},
+                {"D:abc", "abc", "D:abc", -1, 256}};
     for (const auto &r : rows) {
         Database *db = DbCreate(r.given, r.capacity);
         EXPECT_EQ(dump(db), "1996(1)-2005(1)/1 T=10 desc=<null>");
-        EXPECT_TRUE(!std::strcmp(db->name, r.name) && !std::strcmp(db->label, r.label) && db->capacity == r.expectCapacity &&
-                    !std::strcmp(DbTableLastName(), r.name) && db->tableSlot + db->undoOn + db->modified == 0) << r.name;
+        EXPECT_TRUE(!std::strcmp(db->name, r.name) && !std::strcmp(db->label, r.label) &&
+                    db->capacity == r.expectCapacity && !std::strcmp(DbTableLastName(), r.name) &&
+                    db->tableSlot + db->undoOn + db->modified == 0)
+            << r.name;
         DbFree(db);
     }
     DbTableEnable(1);
@@ -83,15 +100,16 @@ TEST_F(Store, NewDatabasesAndTheTable) {
 }
 
 TEST_F(Store, AddVariablesAndCapacityGrowth) {
-    struct Row { int capacity, first, add, expectCapacity; } rows[] = {
-        {0, 256, 1, 512}, {0, 10, 300, 310}, {4, 4, 1, 260}, {0, 0, 256, 256}, {1, 0, 1, 1}};
+    struct Row {
+        int capacity, first, add, expectCapacity;
+    } rows[] = {{0, 256, 1, 512}, {0, 10, 300, 310}, {4, 4, 1, 260}, {0, 0, 256, 256}, {1, 0, 1, 1}};
     for (const auto &r : rows) {
         Database *db = DbCreate("g", r.capacity);
         EXPECT_TRUE((r.first ? DbAddVariables(db, r.first) : 0) == 0 && DbAddVariables(db, r.add) == r.first);
         const int last = db->varCount - 1;
         EXPECT_TRUE(db->capacity == r.expectCapacity && last + 1 == r.first + r.add &&
-                    db->names[last] == "Var" + std::to_string(last + 1) &&
-                    db->varFlags[last] == DB_VAR_NEW && db->modified == 1 && std::isnan(db->columns[last][9]))
+                    db->names[last] == "Var" + std::to_string(last + 1) && db->varFlags[last] == DB_VAR_NEW &&
+                    db->modified == 1 && std::isnan(db->columns[last][9]))
             << r.capacity << " " << r.first << " " << r.add;
         expectConsistent(db);
         DbFree(db);
@@ -101,18 +119,30 @@ TEST_F(Store, AddVariablesAndCapacityGrowth) {
 
 TEST_F(Store, LagSuffixResolution) {
     // messages: how many (the texts are in test_messages).
-    struct Row { std::vector<const char *> vars; const char *name; int lagAllowed, quiet, index, lag; size_t messages; } rows[] = {
-        {{"X", "X_1"}, "X_1", 1, 0, 0, 1, 0},           {{"X", "X_1"}, "X_1", 0, 0, 1, 0, 0},
-        {{"Y_1", "Y_2"}, "Y_3", 1, 0, 0, 2, 0},         {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 0, 0, 2, 1},
-        {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 1, 0, 2, 0},  {{"Y"}, "Y_-2", 1, 0, 0, -2, 0},
-        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 1, 0, 0},         // the nearest is the name itself: no warning
-        {{"Y_2", "Y_-1"}, "Y", 1, 0, 1, 1, 0},          {{"Y"}, "Y_0012", 1, 0, 0, 12, 0},
-        {{"Z_1", "Z_-1"}, "Z_4", 1, 0, 0, 3, 0},        // tie on |k|: first in order
-        {{"Y", "Y_10000"}, "Y_10000", 1, 0, 1, 0, 0},   // five digits: no lag
-        {{"Y"}, "Y_10000", 1, 0, -1, 0, 1},             {{"Y"}, "Y_10000", 1, 1, -1, 0, 0},
-        {{"_1", "A"}, "_1", 1, 0, 0, 0, 0},             // fewer than two characters before the digits
-        {{"ab_x1"}, "ab_x1", 1, 0, 0, 0, 0},            {{"GDP_1"}, "GDP_-1", 1, 0, 0, -2, 0},
-        {{"y"}, "Y_1", 1, 0, -1, 0, 1},                 {{"X"}, "", 1, 0, -1, 0, 0}, // names keep their case
+    struct Row {
+        std::vector<const char *> vars;
+        const char *name;
+        int lagAllowed, quiet, index, lag;
+        size_t messages;
+    } rows[] = {
+        {{"X", "X_1"}, "X_1", 1, 0, 0, 1, 0},
+        {{"X", "X_1"}, "X_1", 0, 0, 1, 0, 0},
+        {{"Y_1", "Y_2"}, "Y_3", 1, 0, 0, 2, 0},
+        {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 0, 0, 2, 1},
+        {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 1, 0, 2, 0},
+        {{"Y"}, "Y_-2", 1, 0, 0, -2, 0},
+        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 1, 0, 0}, // the nearest is the name itself: no warning
+        {{"Y_2", "Y_-1"}, "Y", 1, 0, 1, 1, 0},
+        {{"Y"}, "Y_0012", 1, 0, 0, 12, 0},
+        {{"Z_1", "Z_-1"}, "Z_4", 1, 0, 0, 3, 0},      // tie on |k|: first in order
+        {{"Y", "Y_10000"}, "Y_10000", 1, 0, 1, 0, 0}, // five digits: no lag
+        {{"Y"}, "Y_10000", 1, 0, -1, 0, 1},
+        {{"Y"}, "Y_10000", 1, 1, -1, 0, 0},
+        {{"_1", "A"}, "_1", 1, 0, 0, 0, 0}, // fewer than two characters before the digits
+        {{"ab_x1"}, "ab_x1", 1, 0, 0, 0, 0},
+        {{"GDP_1"}, "GDP_-1", 1, 0, 0, -2, 0},
+        {{"y"}, "Y_1", 1, 0, -1, 0, 1},
+        {{"X"}, "", 1, 0, -1, 0, 0}, // names keep their case
     };
     for (const auto &r : rows) {
         Database *db = makeDb(r.vars);
@@ -127,8 +157,16 @@ TEST_F(Store, LagSuffixResolution) {
 // Renaming cleans the name (the cleaning itself: Values.NameCleaning), refuses a name in use
 // and marks the database modified only when the name changes.
 TEST_F(Store, RenameAndDeleteVariables) {
-    struct Row { const char *name; int report, result; const char *expect; size_t messages; } rows[] = {
-        {"  1abc", 1, 1, "abc", 0}, {"123", 1, 0, "A", 0}, {"A", 1, 1, "A", 0}, {"B", 1, 0, "A", 1}, {"B", 0, 0, "A", 0}};
+    struct Row {
+        const char *name;
+        int report, result;
+        const char *expect;
+        size_t messages;
+    } rows[] = {{"  1abc", 1, 1, "abc", 0},
+                {"123", 1, 0, "A", 0},
+                {"A", 1, 1, "A", 0},
+                {"B", 1, 0, "A", 1},
+                {"B", 0, 0, "A", 0}};
     for (const auto &r : rows) {
         Database *db = makeDb({"A", "B"});
         db->modified = 0;
@@ -161,13 +199,23 @@ TEST_F(Store, RenameAndDeleteVariables) {
 // by selector (mode 0: non-zero and missing go, mode 1: missing goes) or by a range clipped to
 // the sample, a longer sample (new observations missing), extension by a before and b after.
 TEST_F(Store, ObservationEdits) {
-    // op: 's' deletion by selector (mode a), 'r' range a-b, 'e' extension by a and b, 'l' a longer sample, 'o' sort by a.
+    // op: 's' deletion by selector (mode a), 'r' range a-b, 'e' extension by a and b, 'l' a longer sample, 'o' sort by
+    // a.
     const std::vector<double> all{0, 1, 2, 3, 4, 5, 6, 7};
-    struct Row { char op; int a, b, result; Sample sample; std::vector<double> t; } rows[] = {
-        {'s', 0, 0, 1, {1990, 1, 1991, 1, 4}, {0, 3, 5, 6, 7}},       {'s', 1, 0, 1, {1990, 1, 1991, 3, 4}, {0, 1, 3, 4, 5, 6, 7}},
-        {'r', 2, 3, 1, {1990, 1, 1991, 2, 4}, {0, 1, 4, 5, 6, 7}},    {'r', -5, 0, 1, {1990, 1, 1991, 3, 4}, {1, 2, 3, 4, 5, 6, 7}},
-        {'r', 6, 100, 1, {1990, 1, 1991, 2, 4}, {0, 1, 2, 3, 4, 5}},  {'r', 3, 2, 0, {1990, 1, 1991, 4, 4}, all},
-        {'r', 8, 9, 0, {1990, 1, 1991, 4, 4}, all},                    {'o', 2, 0, 0, {1990, 1, 1991, 4, 4}, all}, // no sort key
+    struct Row {
+        char op;
+        int a, b, result;
+        Sample sample;
+        std::vector<double> t;
+    } rows[] = {
+        {'s', 0, 0, 1, {1990, 1, 1991, 1, 4}, {0, 3, 5, 6, 7}},
+        {'s', 1, 0, 1, {1990, 1, 1991, 3, 4}, {0, 1, 3, 4, 5, 6, 7}},
+        {'r', 2, 3, 1, {1990, 1, 1991, 2, 4}, {0, 1, 4, 5, 6, 7}},
+        {'r', -5, 0, 1, {1990, 1, 1991, 3, 4}, {1, 2, 3, 4, 5, 6, 7}},
+        {'r', 6, 100, 1, {1990, 1, 1991, 2, 4}, {0, 1, 2, 3, 4, 5}},
+        {'r', 3, 2, 0, {1990, 1, 1991, 4, 4}, all},
+        {'r', 8, 9, 0, {1990, 1, 1991, 4, 4}, all},
+        {'o', 2, 0, 0, {1990, 1, 1991, 4, 4}, all}, // no sort key
         {'l', 0, 0, 1, {1990, 1, 1992, 4, 4}, {0, 1, 2, 3, 4, 5, 6, 7, NA, NA, NA, NA}},
         {'e', 2, 1, 1, {1989, 3, 1992, 1, 4}, {NA, NA, 0, 1, 2, 3, 4, 5, 6, 7, NA}},
         {'e', 0, -3, 1, {1990, 1, 1991, 1, 4}, {0, 1, 2, 3, 4}},
@@ -178,9 +226,11 @@ TEST_F(Store, ObservationEdits) {
         Database *db = makeDb({"T", "S"});
         const double selector[8] = {0, 1, NA, 0, 2, 0, 0, 0};
         std::memcpy(db->columns[1], selector, sizeof selector);
-        const int result = r.op == 's' ? DbDeleteObservations(db, 1, r.a) : r.op == 'r' ? DbDeleteObservationRange(db, r.a, r.b)
-                         : r.op == 'e' ? DbExtendSample(db, r.a, r.b)    : r.op == 'o' ? DbSortObservations(db, r.a)
-                                                                          : DbSetSample(db, Sample{1990, 1, 1992, 4, 4});
+        const int result = r.op == 's'   ? DbDeleteObservations(db, 1, r.a)
+                           : r.op == 'r' ? DbDeleteObservationRange(db, r.a, r.b)
+                           : r.op == 'e' ? DbExtendSample(db, r.a, r.b)
+                           : r.op == 'o' ? DbSortObservations(db, r.a)
+                                         : DbSetSample(db, Sample{1990, 1, 1992, 4, 4});
         const std::string what = r.op + std::to_string(r.a) + "," + std::to_string(r.b);
         EXPECT_TRUE(result == r.result && !std::memcmp(&db->sample, &r.sample, sizeof(Sample))) << what;
         expectColumn(db, 0, r.t, what.c_str());
@@ -202,8 +252,14 @@ TEST_F(Store, ObservationEdits) {
 // A date column is continued: working days (Monday 2024-01-01 to Friday 2024-01-26, 5 a week)
 // extended by 2 before and 3 after, then daily and weekly dates.
 TEST_F(Store, ExtendContinuesDates) {
-    struct Row { std::vector<int> days; int a, b; std::vector<int> expect; } rows[] = {
-        {{1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 15, 16, 17, 18, 19, 22, 23, 24, 25, 26}, 2, 3,
+    struct Row {
+        std::vector<int> days;
+        int a, b;
+        std::vector<int> expect;
+    } rows[] = {
+        {{1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 15, 16, 17, 18, 19, 22, 23, 24, 25, 26},
+         2,
+         3,
          {-3, -2, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 15, 16, 17, 18, 19, 22, 23, 24, 25, 26, 29, 30, 31}},
         {{1, 2, 3, 4, 5, 6, 7}, 1, 2, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}},
         {{1, 8, 15, 22}, 1, 1, {-6, 1, 8, 15, 22, 29}},
@@ -261,7 +317,8 @@ TEST_F(Store, UndoRestoresEveryKind) {
     DbSnapshotValues(db, 0, 0, 1, 2), DbMarkChanged(db, 1, 1);
     EXPECT_EQ(db->varFlags[0] + db->varFlags[1], 2 * DB_VAR_NEW + DB_VAR_CHANGED);
     int r[4] = {-1, -1, -1, -1};
-    EXPECT_TRUE(DbUndoChangedRange(db, &r[0], &r[1], &r[2], &r[3]) == 1 && r[0] == 0 && r[1] == 1 && r[2] == 1 && r[3] == 2);
+    EXPECT_TRUE(DbUndoChangedRange(db, &r[0], &r[1], &r[2], &r[3]) == 1 && r[0] == 0 && r[1] == 1 && r[2] == 1 &&
+                r[3] == 2);
     EXPECT_TRUE(DbDateAt(db, -3) == db->columns[0][0] && DbDateAt(db, 1000) == db->columns[0][db->obsCount - 1]);
     DbFree(db);
 }
@@ -281,19 +338,25 @@ TEST_F(Store, AllocationFailures) {
                 const long made = KvAllocFailAt(0);
                 takeMessages();
                 expectConsistent(db);
-                if (!ok && db->varCount == 3) { EXPECT_EQ(dump(db), before) << r.what << " n=" << n; }
+                if (!ok && db->varCount == 3) {
+                    EXPECT_EQ(dump(db), before) << r.what << " n=" << n;
+                }
                 while (DbUndo(db)) expectConsistent(db);
                 DbFree(db);
                 EXPECT_TRUE(ok || made >= n) << r.what; // no allocation failed: it must have succeeded
                 if (made < n) break;
             }
-    struct Read { const char *text; int obs, vars; } reads[] = {
-        {"year quarter a b\n2000 1 1 2\n2000 2 3 4\n2000 3 5 6\n", 3, 2},
-        {"\"d\",\"x\"\n2020-01-01,1\n2020-01-02,-9999.99\n", 2, 2}, {KAVREL_TEST_DATA "/macrodata.csv", 203, 12}};
+    struct Read {
+        const char *text;
+        int obs, vars;
+    } reads[] = {{"year quarter a b\n2000 1 1 2\n2000 2 3 4\n2000 3 5 6\n", 3, 2},
+                 {"\"d\",\"x\"\n2020-01-01,1\n2020-01-02,-9999.99\n", 2, 2},
+                 {KAVREL_TEST_DATA "/macrodata.csv", 203, 12}};
     for (const Read &r : reads)
         for (long n = 1;; ++n) {
             KvAllocFailAt(n);
-            Database *db = r.text[0] == '/' ? DbReadDataFile(r.text, 0) : DbReadDataText("f", r.text, std::strlen(r.text), 0);
+            Database *db =
+                r.text[0] == '/' ? DbReadDataFile(r.text, 0) : DbReadDataText("f", r.text, std::strlen(r.text), 0);
             const long made = KvAllocFailAt(0);
             takeMessages(), takePrinted();
             if (db) expectConsistent(db);

@@ -21,21 +21,47 @@ double jd(int y, int m, int d) { return static_cast<double>(civilJd(y, m, d)); }
 using Values = Capture;
 
 TEST_F(Values, SpellingsInOrder) {
-    struct Row { const char *text; int yearIsDate; double value; int kind, flag, consumed; } rows[] = {
-        {". 5", 0, NA, 1, 1, 1},       {".5", 0, 0.5, 1, 0, 2},      {"#N/A", 0, NA, 1, 1, 4},   {"#NA", 0, NA, 1, 1, 3},
-        {"missing", 0, NA, 1, 1, 7},   {"Missing", 0, NA, 0, 1, 7},  {"+.Inf", 0, INF, 1, 1, 5}, {".Inf", 0, INF, 1, 1, 4},
-        {"-.Inf", 0, -INF, 1, 1, 5},   {"  \t42 7", 0, 42, 1, 0, 5}, {"-1.5e3", 0, -1500, 1, 0, 6}, {"1e400", 0, INF, 1, 0, 5},
-        {"4.9e-324", 0, 4.9e-324, 1, 0, 8}, {"NaN", 0, NA, 1, 0, 3}, {"abc def", 0, NA, 0, 1, 3}, {"", 0, NA, 0, 1, 0},
-        {"1999-W01", 0, jd(1999, 1, 4), 2, 0, 8},      {"2004-W53", 0, jd(2004, 12, 27), 2, 0, 8},
-        {"2009-W01", 0, jd(2008, 12, 29), 2, 0, 8},    {"2001-03", 0, jd(2001, 3, 1), 2, 0, 7},
-        {"2001-", 0, jd(2001, 1, 1), 2, 0, 5},         {"2024-02-29", 0, jd(2024, 2, 29), 2, 0, 10},
-        {"12:30", 0, 12.5 / 24, 2, 0, 5},              {"0:00:01.50", 0, 150 / 8.64e6, 2, 0, 10},
+    struct Row {
+        const char *text;
+        int yearIsDate;
+        double value;
+        int kind, flag, consumed;
+    } rows[] = {
+        {". 5", 0, NA, 1, 1, 1},
+        {".5", 0, 0.5, 1, 0, 2},
+        {"#N/A", 0, NA, 1, 1, 4},
+        {"#NA", 0, NA, 1, 1, 3},
+        {"missing", 0, NA, 1, 1, 7},
+        {"Missing", 0, NA, 0, 1, 7},
+        {"+.Inf", 0, INF, 1, 1, 5},
+        {".Inf", 0, INF, 1, 1, 4},
+        {"-.Inf", 0, -INF, 1, 1, 5},
+        {"  \t42 7", 0, 42, 1, 0, 5},
+        {"-1.5e3", 0, -1500, 1, 0, 6},
+        {"1e400", 0, INF, 1, 0, 5},
+        {"4.9e-324", 0, 4.9e-324, 1, 0, 8},
+        {"NaN", 0, NA, 1, 0, 3},
+        {"abc def", 0, NA, 0, 1, 3},
+        {"", 0, NA, 0, 1, 0},
+        {"1999-W01", 0, jd(1999, 1, 4), 2, 0, 8},
+        {"2004-W53", 0, jd(2004, 12, 27), 2, 0, 8},
+        {"2009-W01", 0, jd(2008, 12, 29), 2, 0, 8},
+        {"2001-03", 0, jd(2001, 3, 1), 2, 0, 7},
+        {"2001-", 0, jd(2001, 1, 1), 2, 0, 5},
+        {"2024-02-29", 0, jd(2024, 2, 29), 2, 0, 10},
+        {"12:30", 0, 12.5 / 24, 2, 0, 5},
+        {"0:00:01.50", 0, 150 / 8.64e6, 2, 0, 10},
         {"2000-01-01T12:00", 0, jd(2000, 1, 1) + 0.5, 2, 0, 16},
         {"2000-01-01 12:00:30.25 7", 0, jd(2000, 1, 1) + (12 * 3600 + 30) / 86400.0 + 25 / 8.64e6, 2, 0, 22},
         {"2000-01-01 5.2", 0, jd(2000, 1, 1), 2, 0, 10}, // a number after a blank is a token of its own
-        {"2000-01-01T6", 0, jd(2000, 1, 1) + 0.25, 2, 0, 12}, {"1999", 1, jd(1999, 1, 1), 2, 0, 4},
-        {"1999", 0, 1999, 1, 0, 4},     {"1999.5", 1, 1999.5, 1, 0, 6},   {"0", 1, NA, 0, 1, 1},
-        {"2001-00", 0, NA, 0, 1, 7},    {"-5:30", 0, -5, 1, 0, 2},        {"1.5-2", 0, 1.5, 1, 0, 3},
+        {"2000-01-01T6", 0, jd(2000, 1, 1) + 0.25, 2, 0, 12},
+        {"1999", 1, jd(1999, 1, 1), 2, 0, 4},
+        {"1999", 0, 1999, 1, 0, 4},
+        {"1999.5", 1, 1999.5, 1, 0, 6},
+        {"0", 1, NA, 0, 1, 1},
+        {"2001-00", 0, NA, 0, 1, 7},
+        {"-5:30", 0, -5, 1, 0, 2},
+        {"1.5-2", 0, 1.5, 1, 0, 3},
     };
     for (const auto &r : rows) {
         double v = 123;
@@ -43,7 +69,8 @@ TEST_F(Values, SpellingsInOrder) {
         const char *end = ReadValueToken(r.text, r.yearIsDate, &v, &kind, &flag);
         EXPECT_TRUE(kind == r.kind && flag == r.flag && end - r.text == r.consumed) << r.text;
         EXPECT_TRUE(std::isnan(r.value) ? bitsOf(v) == bitsOf(NA)
-                                          : v == r.value || std::fabs(v - r.value) <= 1e-15 * std::fabs(r.value)) << r.text;
+                                        : v == r.value || std::fabs(v - r.value) <= 1e-15 * std::fabs(r.value))
+            << r.text;
     }
 }
 
@@ -52,7 +79,9 @@ TEST_F(Values, SpellingsInOrder) {
 // as written) and times, in every form FormatDateValue writes, read back to the hundredth.
 TEST_F(Values, RoundTripOfFormattedDates) {
     std::mt19937_64 rng(20240301);
-    struct Range { long lo, hi; } ranges[] = {{2299161, 2488070}, {1721424, 2298883}, {0, 0}};
+    struct Range {
+        long lo, hi;
+    } ranges[] = {{2299161, 2488070}, {1721424, 2298883}, {0, 0}};
     for (const auto &range : ranges)
         for (int i = 0; i < 4000; ++i) {
             const long day = range.lo + static_cast<long>(rng() % static_cast<uint64_t>(range.hi - range.lo + 1));
@@ -67,7 +96,8 @@ TEST_F(Values, RoundTripOfFormattedDates) {
                 double back;
                 int kind;
                 const char *end = ReadValueToken(text, 0, &back, &kind, nullptr);
-                ASSERT_TRUE(kind == VALUE_DATE && *end == '\0' && std::fabs(back - value) * 8.64e6 < 0.5) << text << " " << value;
+                ASSERT_TRUE(kind == VALUE_DATE && *end == '\0' && std::fabs(back - value) * 8.64e6 < 0.5)
+                    << text << " " << value;
             }
         }
 }
@@ -77,13 +107,17 @@ TEST_F(Values, StreamReader) {
     ASSERT_NE(f, nullptr);
     std::fputs("1.5, 2 .NaN #N/A +Inf -Inf +.Inf M m x y\n3 abc 4\r\n#x\n-.5e1", f);
     std::rewind(f);
-    struct Step { int result; double value; } steps[] = {
-        {1, 1.5}, {1, 2}, {1, NA}, {1, NA}, {1, INF}, {1, -INF}, {1, INF}, {1, NA}, {1, NA}, {0, 0}, {0, 0},
-        {1, 3},   {0, 0}, {0, 0},  {0, 0},  {0, 0},   {1, -5},   {-1, 0},  {-1, 0}};
+    struct Step {
+        int result;
+        double value;
+    } steps[] = {{1, 1.5}, {1, 2}, {1, NA}, {1, NA}, {1, INF}, {1, -INF}, {1, INF}, {1, NA}, {1, NA}, {0, 0},
+                 {0, 0},   {1, 3}, {0, 0},  {0, 0},  {0, 0},   {0, 0},    {1, -5},  {-1, 0}, {-1, 0}};
     for (size_t i = 0; i < sizeof steps / sizeof steps[0]; ++i) {
         double v = 0;
         ASSERT_EQ(ReadFileValue(f, &v), steps[i].result) << "step " << i;
-        if (steps[i].result == 1) { EXPECT_EQ(bitsOf(v), bitsOf(steps[i].value)) << "step " << i; }
+        if (steps[i].result == 1) {
+            EXPECT_EQ(bitsOf(v), bitsOf(steps[i].value)) << "step " << i;
+        }
     }
     std::fclose(f);
     EXPECT_EQ(ReadFileValue(nullptr, nullptr), -1);
@@ -95,7 +129,11 @@ TEST_F(Values, CleaningLoadedData) {
     const std::string large = "Warning: 2 observations were read with abs(X) > 1e30\n",
                       changed = "Warning: 2 observations with value -9999.99 changed to missing values.\n"
                                 "Warning: -9999.99 is no longer a missing value.\n";
-    struct Row { int convert, report, converted; std::string text; double second; } rows[] = {
+    struct Row {
+        int convert, report, converted;
+        std::string text;
+        double second;
+    } rows[] = {
         {1, 1, 2, large + changed, NA}, {1, 0, 2, changed, NA}, {0, 1, 0, large, -9999.99}, {0, 0, 0, "", -9999.99}};
     for (const auto &r : rows) {
         Database *db = makeDb({"a", "b"}, Sample{1, 1, 8, 1, 1});
@@ -108,12 +146,21 @@ TEST_F(Values, CleaningLoadedData) {
 }
 
 TEST_F(Values, TextBlockMeasure) {
-    struct Row { const char *text; int numbersOnly, result, rows, cols; long header, data; } rows[] = {
-        {"a b c\n1 2 3\n4 5 6\n", 0, 1, 2, 3, 0, 6},  {"NaN 1 2\n3 4 5", 0, 1, 2, 3, -1, 0},
-        {"MISSIN 1\n", 0, 1, 1, 2, -1, 0},           {"missi 1\n2 3\n", 0, 1, 1, 2, 0, 8},
-        {"  \n\n\"x\" y\r\n1 2\r\n\r\n3 4", 0, 1, 2, 2, 4, 11}, {"_a\r1\r2\r", 0, 1, 2, 1, 0, 3},
-        {"x\n1 2\n3\n", 0, 1, 2, 2, 0, 2},          {"\n \n", 1, 0, 0, 0, -1, 3},
-        {"1 abc 2\n", 0, 1, 1, 3, -1, 0},             {"1 abc 2\n", 1, 1, 1, 2, -1, 0},
+    struct Row {
+        const char *text;
+        int numbersOnly, result, rows, cols;
+        long header, data;
+    } rows[] = {
+        {"a b c\n1 2 3\n4 5 6\n", 0, 1, 2, 3, 0, 6},
+        {"NaN 1 2\n3 4 5", 0, 1, 2, 3, -1, 0},
+        {"MISSIN 1\n", 0, 1, 1, 2, -1, 0},
+        {"missi 1\n2 3\n", 0, 1, 1, 2, 0, 8},
+        {"  \n\n\"x\" y\r\n1 2\r\n\r\n3 4", 0, 1, 2, 2, 4, 11},
+        {"_a\r1\r2\r", 0, 1, 2, 1, 0, 3},
+        {"x\n1 2\n3\n", 0, 1, 2, 2, 0, 2},
+        {"\n \n", 1, 0, 0, 0, -1, 3},
+        {"1 abc 2\n", 0, 1, 1, 3, -1, 0},
+        {"1 abc 2\n", 1, 1, 1, 2, -1, 0},
         {"2001-01-01 12:00 5\n2001-01-02T13:00 6", 1, 1, 2, 1, -1, 0},
         {"2001-01-01 12:00 5\n2001-01-02T13:00 6", 0, 1, 2, 2, -1, 0},
         {"1\t2\t\t3 . #NA\n", 0, 1, 1, 5, -1, 0},
@@ -135,10 +182,19 @@ TEST_F(Values, TextBlockMeasure) {
 
 TEST_F(Values, NameCleaning) {
     const std::string longName = "#" + std::string(100, 'a');
-    struct Row { const char *in, *out; } rows[] = {
-        {"gdp", "gdp"}, {"  9lives", "lives"}, {"\"real gdp\"", "real gdp_"}, {"x\t \r\n", "x"}, {"_under", "_under"},
-        {"1234", ""},   {"", ""},              {nullptr, ""},                 {"a\x01", "a"},
-        {"\xc3\xa9t\xc3\xa9", "\xc3\xa9t\xc3\xa9"}, {longName.c_str(), longName.c_str() + 37}};
+    struct Row {
+        const char *in, *out;
+    } rows[] = {{"gdp", "gdp"},
+                {"  9lives", "lives"},
+                {"\"real gdp\"", "real gdp_"},
+                {"x\t \r\n", "x"},
+                {"_under", "_under"},
+                {"1234", ""},
+                {"", ""},
+                {nullptr, ""},
+                {"a\x01", "a"},
+                {"\xc3\xa9t\xc3\xa9", "\xc3\xa9t\xc3\xa9"},
+                {longName.c_str(), longName.c_str() + 37}};
     for (const auto &r : rows) {
         char out[DB_MAX_NAME + 1];
         EXPECT_EQ(CleanVariableName(out, r.in), std::strlen(r.out)) << r.out;

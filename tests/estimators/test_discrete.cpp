@@ -31,7 +31,8 @@ struct Model {
 Model makeModel(int n, int m, int kx, int na, unsigned seed, bool probit) {
     std::mt19937 gen(seed);
     std::normal_distribution<double> nd;
-    Model md{n, m, probit ? kx : (m - 1) * kx + na, kx, na, {}, Vec(n), Vec(n), Vec(n * kx), Vec(n * na * m), Vec(n * m), {}};
+    Model md{n,          m, probit ? kx : (m - 1) * kx + na, kx, na, {}, Vec(n), Vec(n), Vec(n * kx), Vec(n * na * m),
+             Vec(n * m), {}};
     for (auto &b : md.beta = Vec(md.k)) b = (probit ? 0.5 : 0.4) * nd(gen);
     for (Vec *v : {&md.X, &md.Z})
         for (double &x : *v) x = nd(gen);
@@ -71,7 +72,8 @@ Reference logitReference(const Model &md, const Vec &Y, int ycols) {
         for (int j = 0; j < m; ++j) {
             r.prob.push_back(p[j] /= tot);
             li += g[j] == 0 ? 0 : g[j] * std::log(p[j]);
-            for (int l = 0; l < k; ++l) dbar[l] += p[j] * md.D[i][j][l], s[l] += md.w[i] * (g[j] - trials * p[j]) * md.D[i][j][l];
+            for (int l = 0; l < k; ++l)
+                dbar[l] += p[j] * md.D[i][j][l], s[l] += md.w[i] * (g[j] - trials * p[j]) * md.D[i][j][l];
         }
         r.llf += md.w[i] * li, r.llfObs.push_back(md.w[i] * li);
         for (int a = 0; a < k; ++a) {
@@ -79,7 +81,8 @@ Reference logitReference(const Model &md, const Vec &Y, int ycols) {
             for (int b = 0; b < k; ++b) {
                 r.outer[a * k + b] += s[a] * s[b];
                 for (int j = 0; j < m; ++j)
-                    r.info[a * k + b] += md.w[i] * trials * p[j] * (md.D[i][j][a] - dbar[a]) * (md.D[i][j][b] - dbar[b]);
+                    r.info[a * k + b] +=
+                        md.w[i] * trials * p[j] * (md.D[i][j][a] - dbar[a]) * (md.D[i][j][b] - dbar[b]);
             }
         }
     }
@@ -109,7 +112,9 @@ Reference probitReference(const Model &md) {
     return r;
 }
 
-void setProbit(HostCall &c, const Model &md) { c.col(0, md.beta).col(1, md.y).mat(2, md.n, md.k, md.X).row(3, md.w).ref(4, 8); }
+void setProbit(HostCall &c, const Model &md) {
+    c.col(0, md.beta).col(1, md.y).mat(2, md.n, md.k, md.X).row(3, md.w).ref(4, 8);
+}
 
 void setLogit(HostCall &c, const Model &md, const Vec &Y, int ycols) {
     c.row(0, md.beta).mat(1, md.n, ycols, Y).num(2, md.m).mat(3, md.n, md.kx, md.X).mat(4, md.n, md.na * md.m, md.Z);
@@ -136,25 +141,32 @@ TEST(Probit, ClampsOutcomesAndEdges) {
     // One regressor equal to eta, beta = 1. Reference values from a 30-digit evaluation; the
     // subnormal P1 carries about 8 digits. Invalid outcomes give a missing contribution and add
     // nothing to the sum or the score.
-    const struct { double eta, y, p0, p1, li, tol; } rows[] = {
+    const struct {
+        double eta, y, p0, p1, li, tol;
+    } rows[] = {
         {0.0, 1.0, 0.5, 0.5, std::log(0.5), 1e-15},
-        {0.0, 0.7, 0.5, 0.5, std::log(0.5), 1e-15},  // truncated to 0
-        {0.0, 1.9, 0.5, 0.5, std::log(0.5), 1e-15},  // truncated to 1
-        {0.0, -0.5, 0.5, 0.5, std::log(0.5), 1e-15}, // truncated toward zero: 0
+        {0.0, 0.7, 0.5, 0.5, std::log(0.5), 1e-15},       // truncated to 0
+        {0.0, 1.9, 0.5, 0.5, std::log(0.5), 1e-15},       // truncated to 1
+        {0.0, -0.5, 0.5, 0.5, std::log(0.5), 1e-15},      // truncated toward zero: 0
         {9.0, 0.0, Floor, 1.0, -72.0873067782343, 1e-15}, // P1 rounds to 1: P0 clamped
         {-40.0, 1.0, 1.0, 0.0, -Inf, 0},                  // P1 = 0 is not clamped
         {-38.0, 1.0, 1.0, 2.88542836006878e-316, -726.557216018820, 1e-9},
-        {0.0, 2.0, 0.5, 0.5, NaN, 0}, {0.0, -1.0, 0.5, 0.5, NaN, 0}, {0.0, NaN, 0.5, 0.5, NaN, 0},
+        {0.0, 2.0, 0.5, 0.5, NaN, 0},
+        {0.0, -1.0, 0.5, 0.5, NaN, 0},
+        {0.0, NaN, 0.5, 0.5, NaN, 0},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(::testing::Message() << "eta=" << row.eta << " y=" << row.y);
         HostCall c;
-        const double llf = run(c.row(0, {1.0}).row(1, {row.y}).row(2, {row.eta}).mat(3, 0, 0, {}).ref(4, 8), FnBinProbitRz);
+        const double llf =
+            run(c.row(0, {1.0}).row(1, {row.y}).row(2, {row.eta}).mat(3, 0, 0, {}).ref(4, 8), FnBinProbitRz);
         EXPECT_EQ(c.out(6)[0], row.p0);
         EXPECT_NEAR(c.out(6)[1], row.p1, std::max(1e-13 * row.p1, 1e-322));
         ExpectClose(c.out(7), Vec{row.li}, row.tol);
         EXPECT_EQ(llf, std::isnan(row.li) ? 0.0 : c.out(7)[0]);
-        if (std::isnan(row.li)) { EXPECT_EQ(c.out(4)[0], 0.0); }
+        if (std::isnan(row.li)) {
+            EXPECT_EQ(c.out(4)[0], 0.0);
+        }
     }
 }
 
@@ -198,7 +210,10 @@ TEST(ActFitTable, CountsTiesNonPositiveRowsAndFractionalWeights) {
                         0.1, 0.1, 0.8,  // predicts 2
                         NaN, 0.3, 0.2}; // NaN never wins: 1
     // Rows: actual category, columns: predicted, last row and column: totals.
-    const struct { int acols; Vec actual, want; } cases[] = {
+    const struct {
+        int acols;
+        Vec actual, want;
+    } cases[] = {
         {1, {1, 0, 2, 5, 2.7}, {1, 0, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 1, 2, 0, 3}}, // code 5 ignored, 2.7 -> 2
         {3, {0, 1, 0, .5, .5, 0, 1, 1, 1, 0, 0, 1.5, 0, 0, 1}, {.5, 0, 0, 0, .5, 1, 0, 1, 0, 1, 1.5, 2, 0, 2, 1, 3}},
     };

@@ -38,11 +38,15 @@ void actFitArgs(HostCall &c) { c.col(0, {0, 1, 2, 1, 0}).mat(1, 5, 3, Lcg{6}.dra
 void filterArgs(HostCall &c) {
     c.mat(0, 3, 2, {0.5, 0.2, 0.3, 0.4, 0.1, 0.6}).mat(1, 2, 2, {0.9, 0.2, 0.1, 0.8}).row(2, {0.5, 0.5}).ref(3, 4);
 }
-void smoothArgs(HostCall &c) { c.mat(0, 3, 2, {0.5, 0.5, 0.3, 0.7, 0.9, 0.1}).mat(1, 2, 2, {0.9, 0.2, 0.1, 0.8}).ref(2, 3); }
+void smoothArgs(HostCall &c) {
+    c.mat(0, 3, 2, {0.5, 0.5, 0.3, 0.7, 0.9, 0.1}).mat(1, 2, 2, {0.9, 0.2, 0.1, 0.8}).ref(2, 3);
+}
 const Vec kY = {1, 3, 2, 5, 4, 6, 5, 8};
 void deseasonArgs(HostCall &c) { c.col(0, kY).num(1, 2); }
 void rsqArgs(HostCall &c) { c.col(0, kY).num(1, 2).dbl(2, 1.0).ref(3); }
-void kronArgs(HostCall &c) { c.mat(0, 3, 2, {1, 2, 3, 4, 5, 6}).mat(1, 2, 2, {1, -1, 2, 3}).row(2, {0, 5}).row(3, {1, 3}); }
+void kronArgs(HostCall &c) {
+    c.mat(0, 3, 2, {1, 2, 3, 4, 5, 6}).mat(1, 2, 2, {1, -1, 2, 3}).row(2, {0, 5}).row(3, {1, 3});
+}
 void glsArgs(HostCall &c) { c.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8}).mat(1, 4, 2, Lcg{8}.draws(8)).num(2, 1); }
 
 bool sameValue(const LumoValue &a, const LumoValue &b) {
@@ -55,13 +59,21 @@ bool sameValue(const LumoValue &a, const LumoValue &b) {
 // What a call leaves in the return record and in the caller's variables.
 enum Result { KEEPS, ZERO, ONE, NAN_VALUE, NO_RESULT, ZEROS, SAME };
 enum Outputs { UNTOUCHED, MISSING, NOT_WRITTEN, ZEROED, OUTER_ZEROED, SAME_OUTPUTS };
-struct Outcome { Result result; Outputs outputs; };
+struct Outcome {
+    Result result;
+    Outputs outputs;
+};
 
 bool zeros(const Vec &v) { return !v.empty() && v == Vec(v.size(), 0.0); }
 
 bool holds(const Outcome &o, const HostCall &c, const HostCall &clean) {
-    const bool result[] = {c.status() == 99, c.status() == 0, c.status() == 1, std::isnan(c.value()),
-                           c.result.type == LUMO_EMPTY, zeros(c.values()), sameValue(c.result, clean.result)};
+    const bool result[] = {c.status() == 99,
+                           c.status() == 0,
+                           c.status() == 1,
+                           std::isnan(c.value()),
+                           c.result.type == LUMO_EMPTY,
+                           zeros(c.values()),
+                           sameValue(c.result, clean.result)};
     return result[o.result] && c.outputs([&](int i) {
         const Vec w = c.out(i);
         const bool missing = c.targets[i].type == LUMO_MATRIX && AllMissing(w);
@@ -78,7 +90,11 @@ bool holds(const Outcome &o, const HostCall &c, const HostCall &clean) {
     });
 }
 
-struct Export { const char *name; LumoExport fn; void (*args)(HostCall &); };
+struct Export {
+    const char *name;
+    LumoExport fn;
+    void (*args)(HostCall &);
+};
 const Export kRls{"rls", FnRlsEst, rlsArgs}, kGarch{"garch", FnGarchVar, garchArgs},
     kEgarch{"egarch", FnEgarchVar, egarchArgs}, kProbit{"probit", FnBinProbitRz, probitArgs},
     kLogit{"logit", FnLogitRz, logitArgs}, kActFit{"actfit", FnActFitTable, actFitArgs},
@@ -91,7 +107,13 @@ TEST(EstimatorExports, BadInput) {
     const Outcome REFUSED{KEEPS, UNTOUCHED}, STATUS0{ZERO, MISSING}, NAN_RESULT{NAN_VALUE, UNTOUCHED};
     using Edit = void (*)(HostCall &);
     // message: the host's report when a check abandons the call (empty when the export ran).
-    const struct { const Export &x; const char *what; Edit edit; Outcome outcome; const char *message; } rows[] = {
+    const struct {
+        const Export &x;
+        const char *what;
+        Edit edit;
+        Outcome outcome;
+        const char *message;
+    } rows[] = {
         {kRls, "X a double", [](HostCall &c) { c.dbl(1, 1); }, REFUSED, "argument 1: matrix expected, double found"},
         {kRls, "force a matrix", [](HostCall &c) { c.row(4, {1}); }, REFUSED, "argument 4: int expected, matrix found"},
         {kRls, "last < first", [](HostCall &c) { c.num(2, 10).num(3, 9); }, REFUSED, ""},
@@ -118,20 +140,37 @@ TEST(EstimatorExports, BadInput) {
         {kProbit, "y two columns", [](HostCall &c) { c.mat(1, 5, 2, Vec(10, 1)); }, NAN_RESULT, ""},
         {kProbit, "X rows differ from n", [](HostCall &c) { c.mat(2, 4, 2, Vec(8, 1)); }, NAN_RESULT, ""},
         {kProbit, "X without columns", [](HostCall &c) { c.mat(2, 5, 0, {}).mat(0, 0, 0, {}); }, NAN_RESULT, ""},
-        {kProbit, "beta count differs", [](HostCall &c) { c.col(0, {1, 2, 3}); }, NAN_RESULT, ""},
-        {kProbit, "beta an int", [](HostCall &c) { c.num(0, 1); }, NAN_RESULT, "argument 0: matrix expected, int found"},
-        {kLogit, "beta count differs", [](HostCall &c) { c.row(0, {1, 2, 3, 4}); }, NAN_RESULT, ""},
+        {kProbit, "beta count differs",
+         [](HostCall &c) {
+             c.col(0, {1, 2, 3});
+         },
+         NAN_RESULT, ""},
+        {kProbit, "beta an int", [](HostCall &c) { c.num(0, 1); }, NAN_RESULT,
+         "argument 0: matrix expected, int found"},
+        {kLogit, "beta count differs",
+         [](HostCall &c) {
+             c.row(0, {1, 2, 3, 4});
+         },
+         NAN_RESULT, ""},
         {kLogit, "no categories", [](HostCall &c) { c.num(2, 0); }, NAN_RESULT, ""},
         {kLogit, "y without columns", [](HostCall &c) { c.mat(1, 5, 0, {}); }, NAN_RESULT, ""},
-        {kActFit, "row counts differ", [](HostCall &c) { c.col(0, {0, 1, 2, 1}); }, REFUSED, ""},
+        {kActFit, "row counts differ",
+         [](HostCall &c) {
+             c.col(0, {0, 1, 2, 1});
+         },
+         REFUSED, ""},
         {kActFit, "too few indicator columns", [](HostCall &c) { c.mat(0, 5, 2, Vec(10, 1)); }, REFUSED, ""},
         {kFilter, "no observations", [](HostCall &c) { c.mat(0, 0, 2, {}); }, REFUSED, ""},
         {kFilter, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[3], nullptr); }, REFUSED, ""},
         {kFilter, "P 3 x 3", [](HostCall &c) { c.mat(1, 3, 3, Vec(9, 0.1)); }, REFUSED,
          "argument 1: 2 x 2 matrix expected, 3 x 3 found"},
-        {kFilter, "init 2 x 1", [](HostCall &c) { c.col(2, {0.5, 0.5}); }, REFUSED,
-         "argument 2: 1 x 2 matrix expected, 2 x 1 found"},
-        {kSmooth, "output by value", [](HostCall &c) { c.num(2, 1); }, REFUSED, "argument 2: reference expected, int found"},
+        {kFilter, "init 2 x 1",
+         [](HostCall &c) {
+             c.col(2, {0.5, 0.5});
+         },
+         REFUSED, "argument 2: 1 x 2 matrix expected, 2 x 1 found"},
+        {kSmooth, "output by value", [](HostCall &c) { c.num(2, 1); }, REFUSED,
+         "argument 2: reference expected, int found"},
         {kDeseason, "s = 1", [](HostCall &c) { c.num(1, 1); }, REFUSED, ""},
         {kDeseason, "no rows", [](HostCall &c) { c.mat(0, 0, 1, {}); }, REFUSED, ""},
         {kDeseason, "no columns", [](HostCall &c) { c.mat(0, 8, 0, {}); }, REFUSED, ""},
@@ -156,7 +195,13 @@ TEST(EstimatorExports, BadInput) {
 
 TEST(EstimatorExports, AllocationFailures) {
     // Allocations of the library (scratch) and of the host (results), and what a failure leaves.
-    const struct { const Export &x; long libAllocs; Outcome lib; long hostAllocs; Outcome host; } rows[] = {
+    const struct {
+        const Export &x;
+        long libAllocs;
+        Outcome lib;
+        long hostAllocs;
+        Outcome host;
+    } rows[] = {
         {kRls, 33, {ZERO, MISSING}, 14, {ZERO, UNTOUCHED}},
         {kGarch, 1, {ZERO, MISSING}, 4, {ZERO, UNTOUCHED}},
         {kEgarch, 1, {ONE, ZEROED}, 4, {ZERO, UNTOUCHED}},
@@ -194,8 +239,10 @@ TEST(EstimatorExports, AllocationFailures) {
 TEST(EstimatorExports, OmittedOutputsChangeNothingElse) {
     // Every subset of the optional outputs: a plain value in an output position is neither read
     // nor replaced, and what is asked for is bit for bit what a call with every output gives.
-    const struct { const Export &x; int first, last; } rows[] = {
-        {kRls, 5, 11}, {kProbit, 4, 8}, {kLogit, 7, 11}, {kFilter, 4, 4}};
+    const struct {
+        const Export &x;
+        int first, last;
+    } rows[] = {{kRls, 5, 11}, {kProbit, 4, 8}, {kLogit, 7, 11}, {kFilter, 4, 4}};
     for (const auto &r : rows) {
         HostCall all;
         r.x.args(all);
@@ -209,7 +256,8 @@ TEST(EstimatorExports, OmittedOutputsChangeNothingElse) {
             ASSERT_EQ(some.invoke(r.x.fn), 1);
             EXPECT_TRUE(sameValue(some.result, all.result));
             for (int i = r.first; i <= r.last; ++i)
-                EXPECT_TRUE(some.isOutput(i) ? sameValue(some.targets[i], all.targets[i]) : some.args[i].v.w.ival == -3);
+                EXPECT_TRUE(some.isOutput(i) ? sameValue(some.targets[i], all.targets[i])
+                                             : some.args[i].v.w.ival == -3);
         }
     }
 }

@@ -28,13 +28,16 @@ long double meanSquare(const Vec &e) { return std::inner_product(e.begin(), e.en
 
 // u_t = e_t - delta g(h_t), g = h, sqrt h, log h for kinds 1-3.
 long double inMean(const Vec &e, int t, int kind, double delta, long double h) {
-    return kind == 1 ? e[t] - delta * h : kind == 2 ? e[t] - delta * std::sqrt(h) : kind == 3 ? e[t] - delta * std::log(h) : e[t];
+    return kind == 1   ? e[t] - delta * h
+           : kind == 2 ? e[t] - delta * std::sqrt(h)
+           : kind == 3 ? e[t] - delta * std::log(h)
+                       : e[t];
 }
 
 // h_t = x_t + sum alpha_i (u_{t-i} - kappa)^2 + sum beta_j h_{t-j} + threshold, pre-sample lags
 // (squared residual and variance alike) equal to mean(e^2).
-void garchReference(const Vec &e, const Vec &x, const Vec &coef, int p, int q, int kind, double delta,
-                    double kappa, double gamma, LVec &h, LVec &u) {
+void garchReference(const Vec &e, const Vec &x, const Vec &coef, int p, int q, int kind, double delta, double kappa,
+                    double gamma, LVec &h, LVec &u) {
     const int T = static_cast<int>(e.size()), mx = std::max(p, q);
     const long double s2 = meanSquare(e);
     h.assign(T, 0), u.assign(T, 0);
@@ -86,7 +89,8 @@ TEST(GarchEgarch, MatchTranscriptionForAllOrdersAndInMeanKinds) {
                             Vec e(T), x(T), a(q), b(p), coef(1 + std::max(p, q) + p, 0.0);
                             for (int t = 0; t < T; ++t) e[t] = 1.3 * z(rng), x[t] = 0.2 + 0.1 * std::sin(0.3 * t);
                             for (int i = 0; i < q; ++i) a[i] = 0.2 / (i + 1), coef[1 + i] = 0.08;
-                            for (int j = 0; j < p; ++j) b[j] = 0.6 / p, coef[1 + j] += (coef[coef.size() - p + j] = 0.5 / p);
+                            for (int j = 0; j < p; ++j)
+                                b[j] = 0.6 / p, coef[1 + j] += (coef[coef.size() - p + j] = 0.5 / p);
                             HostCall c;
                             LVec h, u;
                             if (egarch) egarchCall(c, e, x, -0.1, 0.25, std::sqrt(2 / M_PI), a, b, kind, 0.2);
@@ -102,19 +106,98 @@ TEST(GarchEgarch, MatchTranscriptionForAllOrdersAndInMeanKinds) {
 TEST(Garch, ThresholdInMeanAndPresampleRules) {
     const double s2 = (0.25 + 0.16 + 0.36 + 0.01) / 4; // mean of e^2 for e below
     // Expected h and u (empty u: u == e), exact except for rounding in h.
-    const struct { const char *what; Vec e, x, coef; int p, q, kind; double delta, kappa, gamma; Vec h, u; } cases[] = {
-        {"equality adds no threshold", {0.5, 0.4, 0.6, 0.1}, {1, 2, 3, 4}, {0}, 0, 0, 0, 0, 0.5, 2, {1, 2, 3.02, 4}, {}},
-        {"gamma 0 never adds, even for an infinite residual", {-Inf, 0.4, 0.6, 0.1}, {1, 2, 3, 4}, {0}, 0, 0, 0, 0,
-         0.5, 0, {1, 2, 3, 4}, {}},
-        {"NaN gamma counts as non-zero", {0.4, 0.6, 0.4, 0.6}, {1, 2, 3, 4}, {0}, 0, 0, 0, 0, 0.5, NaN, {1, NaN, 3, NaN}, {}},
-        {"unavailable squared lag is mean(e^2), not shifted", {0.5, 0.4, 0.6, 0.1}, {1, 2, 3, 4}, {9, 0.2}, 0, 1, 0, 0,
-         0.3, 0, {1 + 0.2 * s2, 2 + 0.2 * 0.2 * 0.2, 3 + 0.2 * 0.1 * 0.1, 4 + 0.2 * 0.3 * 0.3}, {}},
-        {"negative and zero h kept; sqrt gives NaN", {1, 1, 1}, {-1, 0, 2}, {0}, 0, 0, 2, 1, 0, 0, {-1, 0, 2},
+    const struct {
+        const char *what;
+        Vec e, x, coef;
+        int p, q, kind;
+        double delta, kappa, gamma;
+        Vec h, u;
+    } cases[] = {
+        {"equality adds no threshold",
+         {0.5, 0.4, 0.6, 0.1},
+         {1, 2, 3, 4},
+         {0},
+         0,
+         0,
+         0,
+         0,
+         0.5,
+         2,
+         {1, 2, 3.02, 4},
+         {}},
+        {"gamma 0 never adds, even for an infinite residual",
+         {-Inf, 0.4, 0.6, 0.1},
+         {1, 2, 3, 4},
+         {0},
+         0,
+         0,
+         0,
+         0,
+         0.5,
+         0,
+         {1, 2, 3, 4},
+         {}},
+        {"NaN gamma counts as non-zero",
+         {0.4, 0.6, 0.4, 0.6},
+         {1, 2, 3, 4},
+         {0},
+         0,
+         0,
+         0,
+         0,
+         0.5,
+         NaN,
+         {1, NaN, 3, NaN},
+         {}},
+        {"unavailable squared lag is mean(e^2), not shifted",
+         {0.5, 0.4, 0.6, 0.1},
+         {1, 2, 3, 4},
+         {9, 0.2},
+         0,
+         1,
+         0,
+         0,
+         0.3,
+         0,
+         {1 + 0.2 * s2, 2 + 0.2 * 0.2 * 0.2, 3 + 0.2 * 0.1 * 0.1, 4 + 0.2 * 0.3 * 0.3},
+         {}},
+        {"negative and zero h kept; sqrt gives NaN",
+         {1, 1, 1},
+         {-1, 0, 2},
+         {0},
+         0,
+         0,
+         2,
+         1,
+         0,
+         0,
+         {-1, 0, 2},
          {NaN, 1, 1 - std::sqrt(2.0)}},
-        {"log of zero h gives infinity", {1, 1, 1}, {-1, 0, 2}, {0}, 0, 0, 3, 1, 0, 0, {-1, 0, 2}, {NaN, Inf, 1 - std::log(2.0)}},
+        {"log of zero h gives infinity",
+         {1, 1, 1},
+         {-1, 0, 2},
+         {0},
+         0,
+         0,
+         3,
+         1,
+         0,
+         0,
+         {-1, 0, 2},
+         {NaN, Inf, 1 - std::log(2.0)}},
         {"unknown kind ignores a NaN delta", {1, 2, 3}, {1, 1, 1}, {0}, 0, 0, 7, NaN, 0, 0, {1, 1, 1}, {}},
-        {"NaN in e reaches every h through mean(e^2)", {0.1, NaN, 0.3}, {1, 1, 1}, {0, 0.9, 0.5}, 1, 1, 0, 0, 0, 0,
-         {NaN, NaN, NaN}, {}},
+        {"NaN in e reaches every h through mean(e^2)",
+         {0.1, NaN, 0.3},
+         {1, 1, 1},
+         {0, 0.9, 0.5},
+         1,
+         1,
+         0,
+         0,
+         0,
+         0,
+         {NaN, NaN, NaN},
+         {}},
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);

@@ -22,7 +22,8 @@ std::vector<long double> directLongRun(const Vec &X, const Vec &U, int T, int k,
             long double v = 0;
             for (int t = 0; t < T; ++t) v += s(t, a) * s(t, b);
             for (int l = 1; l <= L; ++l)
-                for (int t = l; t < T; ++t) v += (1 - static_cast<long double>(l) / (L + 1)) * (s(t, a) * s(t - l, b) + s(t - l, a) * s(t, b));
+                for (int t = l; t < T; ++t)
+                    v += (1 - static_cast<long double>(l) / (L + 1)) * (s(t, a) * s(t - l, b) + s(t - l, a) * s(t, b));
             V[a * km + b] = v;
         }
     return V;
@@ -30,7 +31,8 @@ std::vector<long double> directLongRun(const Vec &X, const Vec &U, int T, int k,
 
 TEST(LongRun, LagTruncationAtItsIntegerBoundaries) {
     // 4 (T/100)^(2/9) crosses 2 between T = 4 and 5, 3 between 27 and 28, 4 at T = 100.
-    const int table[][2] = {{0, 0}, {1, 1}, {4, 1}, {5, 2}, {27, 2}, {28, 3}, {99, 3}, {100, 4}, {1000, 6}, {10000, 11}};
+    const int table[][2] = {{0, 0},  {1, 1},  {4, 1},   {5, 2},    {27, 2},
+                            {28, 3}, {99, 3}, {100, 4}, {1000, 6}, {10000, 11}};
     for (const auto &row : table) EXPECT_EQ(LongRunLag(row[0]), row[1]) << "T=" << row[0];
 }
 
@@ -38,7 +40,9 @@ TEST(LongRun, MatchesDirectDoubleSum) {
     std::mt19937_64 rng(17);
     std::normal_distribution<double> z;
     // L: the lag the export must use (T = 100 gives 4, T = 99 gives 3); T = 0 gives a zero matrix.
-    struct Case { int T, k, m, hac, L; } cases[] = {
+    struct Case {
+        int T, k, m, hac, L;
+    } cases[] = {
         {100, 2, 2, 1, 4}, {99, 3, 1, 1, 3}, {99, 2, 3, 0, 0}, {3, 1, 2, 1, 1}, {1, 2, 1, 1, 1}, {0, 2, 2, 1, 0},
     };
     for (const auto &c : cases) {
@@ -54,7 +58,11 @@ TEST(LongRun, MatchesDirectDoubleSum) {
     }
     // NaN in a residual spreads to the rows and columns of its equation only.
     HostCall h;
-    ASSERT_EQ(h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8}).mat(1, 4, 2, {1, 1, NaN, 1, 1, 1, 1, 1}).num(2, 0).invoke(FnGLScovariance), 1);
+    ASSERT_EQ(h.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8})
+                  .mat(1, 4, 2, {1, 1, NaN, 1, 1, 1, 1, 1})
+                  .num(2, 0)
+                  .invoke(FnGLScovariance),
+              1);
     const Vec V = h.values();
     for (int a = 0; a < 16; ++a) EXPECT_EQ(std::isnan(V[a]), a / 4 % 2 == 0 || a % 2 == 0) << a;
 }
@@ -62,13 +70,24 @@ TEST(LongRun, MatchesDirectDoubleSum) {
 TEST(Kronecker, SelectionMatchesFullProduct) {
     // A = 1.5 (1, 2, ...) row by row, B = (0.5, -1, 2, ...) cycled: every product element distinct.
     const Vec bs = {0.5, -1, 2, 3, 7, 0.25, -4, 9};
-    const struct { const char *what; int rA, cA, rB, cB; Vec R, C, rowOf, colOf; } cases[] = {
+    const struct {
+        const char *what;
+        int rA, cA, rB, cB;
+        Vec R, C, rowOf, colOf;
+    } cases[] = {
         // rowOf, colOf: the product's row and column behind each result element (-1: missing)
         {"chosen rows and columns", 3, 2, 2, 4, {5, 0, 3}, {7, 2}, {5, 0, 3}, {7, 2}},
         {"empty R: all rows", 3, 2, 2, 4, {}, {1, 6}, {0, 1, 2, 3, 4, 5}, {1, 6}},
         {"2.9 is row 2, -0.5 row 0", 3, 2, 2, 4, {2.9, -0.5}, {3.99}, {2, 0}, {3}},
-        {"outside the product or not a number", 3, 2, 2, 4, {-1, 6, NaN, 1e300, 1}, {8, -INFINITY, 0},
-         {-1, -1, -1, -1, 1}, {-1, -1, 0}},
+        {"outside the product or not a number",
+         3,
+         2,
+         2,
+         4,
+         {-1, 6, NaN, 1e300, 1},
+         {8, -INFINITY, 0},
+         {-1, -1, -1, -1, 1},
+         {-1, -1, 0}},
         {"empty C: cA cB rows and no columns, whatever R holds", 3, 2, 2, 4, {0, 1}, {}, Vec(8), {}},
         {"B without rows: every requested element missing", 3, 2, 0, 4, {0, 1}, {0, 1}, {-1, -1}, {0, 1}},
         {"B 0 x 0, empty R: no rows", 3, 2, 0, 0, {}, {0, 1}, {}, {-1, -1}},
@@ -87,7 +106,9 @@ TEST(Kronecker, SelectionMatchesFullProduct) {
         Vec want;
         for (double pr : k.rowOf)
             for (double pc : k.colOf)
-                want.push_back(pr < 0 || pc < 0 ? NaN : A[(int(pr) / k.rB) * k.cA + int(pc) / k.cB] * B[(int(pr) % k.rB) * k.cB + int(pc) % k.cB]);
+                want.push_back(pr < 0 || pc < 0 ? NaN
+                                                : A[(int(pr) / k.rB) * k.cA + int(pc) / k.cB] *
+                                                      B[(int(pr) % k.rB) * k.cB + int(pc) % k.cB]);
         ExpectClose(h.values(), want, 0);
     }
 }

@@ -80,8 +80,10 @@ std::vector<Vec> run(LumoExport fn, const Model &m) {
 
 TEST(MarkovSwitching, FilterAndSmoothersMatchPathEnumeration) {
     std::mt19937_64 rng(11);
-    struct Case { int T, M; bool symmetric; } cases[] = {{1, 2, false}, {5, 2, false}, {4, 3, false},
-                                                          {5, 3, true}, {3, 4, false}, {6, 2, true}};
+    struct Case {
+        int T, M;
+        bool symmetric;
+    } cases[] = {{1, 2, false}, {5, 2, false}, {4, 3, false}, {5, 3, true}, {3, 4, false}, {6, 2, true}};
     for (const auto &k : cases) {
         SCOPED_TRACE(::testing::Message() << "T=" << k.T << " M=" << k.M << " symmetric=" << k.symmetric);
         const Model m = randomModel(rng, k.T, k.M, k.symmetric);
@@ -95,7 +97,8 @@ TEST(MarkovSwitching, FilterAndSmoothersMatchPathEnumeration) {
         ExpectClose(joint[1], want.joint, 1e-14, "transitions"); // all zero when T = 1
         // The ratio form leaves the multiplication by P to the caller.
         ExpectClose(ratio[0], want.smooth, 1e-14, "smoothed, ratio form");
-        for (int i = 0; i < k.M * k.M; ++i) EXPECT_NEAR(ratio[1][i] * m.P[i], static_cast<double>(want.joint[i]), 1e-14);
+        for (int i = 0; i < k.M * k.M; ++i)
+            EXPECT_NEAR(ratio[1][i] * m.P[i], static_cast<double>(want.joint[i]), 1e-14);
         // The transposed backward step agrees only for a symmetric P.
         if (k.symmetric) ExpectClose(run(FnSmoothMS2sym, filtered)[0], want.smooth, 1e-14, "smoothed, transposed");
     }
@@ -104,18 +107,40 @@ TEST(MarkovSwitching, FilterAndSmoothersMatchPathEnumeration) {
 TEST(MarkovSwitching, SmootherGuardsAndClamps) {
     // 2 x 2 filtered probabilities and column-stochastic P; the expected first smoothed row (the
     // last equals the filtered row) and transition terms.
-    const struct { const char *what; LumoExport fn; Vec filt, P, smooth0, trans; } cases[] = {
+    const struct {
+        const char *what;
+        LumoExport fn;
+        Vec filt, P, smooth0, trans;
+    } cases[] = {
         // pred_1 = 0: the reciprocal becomes 1e100 and the smoothed row stays finite.
         {"underflowing prediction", FnSmoothMS, {1, 0, 0.3, 0.7}, {1, 0.5, 0, 0.5}, {0.3, 0}, {0.3, 0, 0, 0}},
-        {"underflowing prediction, ratio form", FnSmoothMS2, {1, 0, 0.3, 0.7}, {1, 0.5, 0, 0.5}, {0.3, 0}, {0.3, 0, 0.7e100, 0}},
+        {"underflowing prediction, ratio form",
+         FnSmoothMS2,
+         {1, 0, 0.3, 0.7},
+         {1, 0.5, 0, 0.5},
+         {0.3, 0},
+         {0.3, 0, 0.7e100, 0}},
         // Inconsistent input (last row sums to 2): 1.2 is capped at 1.
         {"cap at one", FnSmoothMS2, {0.6, 0.4, 1, 1}, {0.5, 0.5, 0.5, 0.5}, {1, 0.8}, {1.2, 0.8, 1.2, 0.8}},
         // 1e-200 * 0.5e100 = 0.5e-100 is flushed to exactly zero.
-        {"flush to zero", FnSmoothMS2sym, {1, 1e-200, 0.5, 0.5}, {1, 0, 0, 1}, {0.5, 0}, {0.5, 5e-201, 0.5e100, 0.5e-100}},
+        {"flush to zero",
+         FnSmoothMS2sym,
+         {1, 1e-200, 0.5, 0.5},
+         {1, 0, 0, 1},
+         {0.5, 0},
+         {0.5, 5e-201, 0.5e100, 0.5e-100}},
         // An asymmetric P: the two ratio forms differ only in the backward step.
-        {"ratio form, asymmetric P", FnSmoothMS2, {0.6, 0.4, 0.5, 0.5}, {0.8, 0.3, 0.2, 0.7}, {0.55, 0.45},
+        {"ratio form, asymmetric P",
+         FnSmoothMS2,
+         {0.6, 0.4, 0.5, 0.5},
+         {0.8, 0.3, 0.2, 0.7},
+         {0.55, 0.45},
          {0.5, 1.0 / 3, 0.75, 0.5}},
-        {"transposed step, asymmetric P", FnSmoothMS2sym, {0.6, 0.4, 0.5, 0.5}, {0.8, 0.3, 0.2, 0.7}, {0.625, 5.0 / 12},
+        {"transposed step, asymmetric P",
+         FnSmoothMS2sym,
+         {0.6, 0.4, 0.5, 0.5},
+         {0.8, 0.3, 0.2, 0.7},
+         {0.625, 5.0 / 12},
          {0.5, 1.0 / 3, 0.75, 0.5}},
     };
     for (const auto &k : cases) {

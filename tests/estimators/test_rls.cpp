@@ -25,7 +25,9 @@ Problem makeProblem(int n, int k, int first, int last, int force, Design design)
     for (int t = 0; t <= last; ++t) {
         for (int j = 0; j < k; ++j) {
             const bool zero = j == k - 1 && (design == ZERO_COLUMN || (design == LATE_DUMMY && t < first + 60));
-            p.x.push_back(j == 0 ? 1.0 : zero ? 0.0 : (g.next() + 0.2 * j) * (design == BADLY_SCALED && j == k - 1 ? 1e-8 : 1));
+            p.x.push_back(j == 0 ? 1.0
+                          : zero ? 0.0
+                                 : (g.next() + 0.2 * j) * (design == BADLY_SCALED && j == k - 1 ? 1e-8 : 1));
         }
         for (int e = 0; e < n; ++e) {
             double v = 0.3 * e + 0.5 * g.next();
@@ -130,7 +132,12 @@ std::vector<Vec> bruteForce(const Problem &p) {
 }
 
 TEST(RlsEst, MatchesBruteForceRefits) {
-    const struct { const char *name; int n, k, first, last, force; Design design; double tol; } rows[] = {
+    const struct {
+        const char *name;
+        int n, k, first, last, force;
+        Design design;
+        double tol;
+    } rows[] = {
         {"one equation", 1, 3, 0, 179, -1, PLAIN, 1e-11},
         {"one equation, forced refit", 1, 3, 0, 179, 77, PLAIN, 1e-11},
         {"three equations, forced refit", 3, 4, 0, 179, 120, PLAIN, 1e-11},

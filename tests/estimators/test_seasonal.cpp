@@ -10,8 +10,12 @@ namespace {
 TEST(Seasonal, DeSeasonalizeMatchesDefinition) {
     std::mt19937_64 rng(3);
     std::normal_distribution<double> z;
-    struct Case { int T, n, s; double level, tol; } cases[] = {
-        {37, 3, 4, 0, 1e-15},  {24, 2, 12, 5, 1e-14},
+    struct Case {
+        int T, n, s;
+        double level, tol;
+    } cases[] = {
+        {37, 3, 4, 0, 1e-15},
+        {24, 2, 12, 5, 1e-14},
         {3, 2, 5, 1, 0},        // T < s: every row is its own season and becomes exactly 0
         {400, 1, 4, 1e8, 3e-8}, // a large common level: the compensated mean keeps the adjusted values
     };
@@ -35,7 +39,11 @@ TEST(Seasonal, DeSeasonalizeMatchesDefinition) {
 TEST(Seasonal, SeasonalRsqMatchesDefinitionAndSampleBounds) {
     std::mt19937_64 rng(9);
     std::normal_distribution<double> z;
-    struct Case { int T, s; double rss; bool computes; } cases[] = {
+    struct Case {
+        int T, s;
+        double rss;
+        bool computes;
+    } cases[] = {
         {8, 4, 1.0, false}, {9, 4, 1.0, true}, {100, 12, 3.5, true}, {5, 2, 0.2, true}, {4, 2, 0.2, false},
     };
     for (const auto &k : cases) {
@@ -59,8 +67,11 @@ TEST(Seasonal, SeasonalRsqMatchesDefinitionAndSampleBounds) {
     }
     // y = t: every difference equals its seasonal mean, D = 0: 1 - RSS/0 is -inf, or NaN for RSS 0;
     // a NaN in y reaches its season's mean and D.
-    const struct { Vec y; double rss; bool minusInf; } degenerate[] = {
-        {{0, 1, 2, 3, 4}, 1.0, true}, {{0, 1, 2, 3, 4}, 0.0, false}, {{0, 1, NAN, 3, 4}, 1.0, false}};
+    const struct {
+        Vec y;
+        double rss;
+        bool minusInf;
+    } degenerate[] = {{{0, 1, 2, 3, 4}, 1.0, true}, {{0, 1, 2, 3, 4}, 0.0, false}, {{0, 1, NAN, 3, 4}, 1.0, false}};
     for (const auto &k : degenerate) {
         HostCall c;
         ASSERT_EQ(c.col(0, k.y).num(1, 2).dbl(2, k.rss).ref(3).invoke(FnSeasonalRsq), 1);

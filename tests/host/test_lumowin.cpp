@@ -46,7 +46,10 @@ struct Args {
 
 TEST(LumoHost, ChecksAbandonTheCallAndReport) {
     const double a[3] = {1, 2, 3};
-    struct Case { int kind; const char *message; } cases[] = {
+    struct Case {
+        int kind;
+        const char *message;
+    } cases[] = {
         {0, ""},                                              // valid call
         {1, "argument 2: int expected, double found"},        // wrong scalar type
         {2, "argument 1: matrix expected, int found"},        // wrong matrix type
@@ -57,7 +60,10 @@ TEST(LumoHost, ChecksAbandonTheCallAndReport) {
         LumoValSetMatrix(&x.v[0], 3, 1, a);
         LumoValSetMatrix(&x.v[1], c.kind == 3 ? 2 : 3, 1, a);
         if (c.kind == 2) LumoValSetInt(&x.v[1], 4);
-        if (c.kind == 1) LumoValSetDouble(&x.v[2], 4.0); else LumoValSetInt(&x.v[2], 4);
+        if (c.kind == 1)
+            LumoValSetDouble(&x.v[2], 4.0);
+        else
+            LumoValSetInt(&x.v[2], 4);
         LumoValSetRef(&x.v[3], &x.target);
         LumoValSetInt(&x.result, 99);
         int ok = LumoHostInvoke(probeExport, &x.result, x.v, 4);

@@ -30,7 +30,13 @@ void fill(MATRIX x, MATRIX y, int k, int count, int n, Design design) {
 
 TEST(LeastSquares, AgainstNormalEquationsAndStatusCodes) {
     // keep: the variables the basic solution retains; tol: relative, on B and P.
-    const struct { const char *name; Design design; int k, count, n, status; std::vector<int> keep; double tol; } rows[] = {
+    const struct {
+        const char *name;
+        Design design;
+        int k, count, n, status;
+        std::vector<int> keep;
+        double tol;
+    } rows[] = {
         {"random", RANDOM, 4, 40, 2, 1, {0, 1, 2, 3}, 1e-13},
         {"exactly identified", RANDOM, 5, 5, 1, 1, {0, 1, 2, 3, 4}, 1e-11},
         {"long sample", RANDOM, 3, 5000, 1, 1, {0, 1, 2}, 1e-12},
@@ -81,10 +87,15 @@ TEST(LeastSquares, PivotOrder) {
     // (exactly a^2), above it the downdated value is kept. Row 2's norm lies between the two.
     auto between = [](double a) { return std::sqrt(0.5 * (((1.0 + a * a) - 1.0) + a * a)); };
     const bool downdatedLarger = (1.0 + 1e-12) - 1.0 > 1e-6 * 1e-6;
-    struct Row { const char *name; double x[3][3]; std::vector<int> perm; } rows[] = {
+    struct Row {
+        const char *name;
+        double x[3][3];
+        std::vector<int> perm;
+    } rows[] = {
         {"orthogonal with a tie", {{1, 0, 0}, {0, 3, 0}, {0, 0, 3}}, {1, 2, 0}},
         {"recomputed below the bound", {{2, 0, 0}, {1, 1e-7, 0}, {0, 0, between(1e-7)}}, {0, 1, 2}},
-        {"downdated above the bound", {{2, 0, 0}, {1, 1e-6, 0}, {0, 0, between(1e-6)}},
+        {"downdated above the bound",
+         {{2, 0, 0}, {1, 1e-6, 0}, {0, 0, between(1e-6)}},
          downdatedLarger ? std::vector<int>{0, 1, 2} : std::vector<int>{0, 2, 1}},
     };
     for (const auto &r : rows) {
@@ -100,16 +111,24 @@ TEST(LeastSquares, PivotOrder) {
 TEST(LeastSquares, RefusedArgumentsRankToleranceAndAllocationFailure) {
     MatOwner X(4, 30), Y(2, 30), B(2, 4), P(4, 4);
     fill(X, Y, 4, 30, 2, RANDOM);
-    {   // k, count, n against a workspace of 3 variables, 1 equation, 20 observations: status 0
+    { // k, count, n against a workspace of 3 variables, 1 equation, 20 observations: status 0
         MatLsqWork w;
         ASSERT_TRUE(MatLsqWorkAlloc(&w, 3, 1, 20));
         for (const auto &c : {std::vector<int>{0, 20, 1}, {3, 0, 1}, {3, 20, -1}, {3, 21, 1}, {4, 20, 1}, {3, 20, 2}})
             EXPECT_EQ(MatLsqFit(X, c[0], c[1], Y, c[2], B, P, &w), 0) << c[0] << " " << c[1] << " " << c[2];
     }
     fill(X, Y, 3, 30, 1, SCALED); // squared-norm ratio about 1e-14
-    const struct { double tol; int accepted, status; } rows[] = {
-        {MatDefaultRankTolerance, 1, 2}, {1e-16, 1, 1}, {0.0, 1, 1},  {-1e-10, 0, 1},
-        {NAN, 0, 1},                     {1e-12, 1, 2}, {1e-3, 1, -2},
+    const struct {
+        double tol;
+        int accepted, status;
+    } rows[] = {
+        {MatDefaultRankTolerance, 1, 2},
+        {1e-16, 1, 1},
+        {0.0, 1, 1},
+        {-1e-10, 0, 1},
+        {NAN, 0, 1},
+        {1e-12, 1, 2},
+        {1e-3, 1, -2},
     };
     for (const auto &r : rows) {
         const double before = MatGetRankTolerance();
@@ -127,9 +146,18 @@ TEST(LeastSquares, RefusedArgumentsRankToleranceAndAllocationFailure) {
 }
 
 TEST(Cholesky, InverseLogDetAndFailures) {
-    const struct { const char *name; int n; std::vector<double> a; bool pd; } rows[] = {
-        {"1x1", 1, {4.0}, true}, {"2x2", 2, {4, 2, 2, 3}, true}, {"3x3", 3, {10, 3, 1, 3, 8, 2, 1, 2, 2}, true},
-        {"indefinite", 2, {1, 2, 2, 1}, false}, {"singular", 2, {1, 1, 1, 1}, false}, {"negative", 1, {-1}, false},
+    const struct {
+        const char *name;
+        int n;
+        std::vector<double> a;
+        bool pd;
+    } rows[] = {
+        {"1x1", 1, {4.0}, true},
+        {"2x2", 2, {4, 2, 2, 3}, true},
+        {"3x3", 3, {10, 3, 1, 3, 8, 2, 1, 2, 2}, true},
+        {"indefinite", 2, {1, 2, 2, 1}, false},
+        {"singular", 2, {1, 1, 1, 1}, false},
+        {"negative", 1, {-1}, false},
         {"missing value", 2, {1, 0, 0, NAN}, false},
     };
     for (const auto &r : rows) {
@@ -150,7 +178,9 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         all.resize(n);
         const LMat inv = inverseOn(ref, all);
         for (int a = 0; a < n; ++a)
-            for (int b = 0; b < n; ++b) EXPECT_TRUE(std::fabs(F.get()[a][b] - inv[a][b]) <= 1e-14 * inv[a][a] && F.get()[a][b] == F.get()[b][a]);
+            for (int b = 0; b < n; ++b)
+                EXPECT_TRUE(std::fabs(F.get()[a][b] - inv[a][b]) <= 1e-14 * inv[a][a] &&
+                            F.get()[a][b] == F.get()[b][a]);
     }
     MatOwner A(2, 2);
     MatZero(A, 2, 2);

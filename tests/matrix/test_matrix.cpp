@@ -24,8 +24,11 @@ TEST(Matrix, RangeProductsAgainstDirectSums) {
             for (int j = 0; j < n; ++j) {
                 long double ab = 0, aa = 0;
                 for (int t = r.first; t <= r.second; ++t)
-                    ab += (long double)A.get()[i][t] * B.get()[j % k][t], aa += (long double)A.get()[i][t] * A.get()[j][t];
-                if (j < k) { EXPECT_NEAR(C.get()[i][j], (double)ab, 1e-15); }
+                    ab += (long double)A.get()[i][t] * B.get()[j % k][t],
+                        aa += (long double)A.get()[i][t] * A.get()[j][t];
+                if (j < k) {
+                    EXPECT_NEAR(C.get()[i][j], (double)ab, 1e-15);
+                }
                 EXPECT_NEAR(D.get()[i][j], (double)aa, 1e-15);
                 EXPECT_EQ(D.get()[i][j], D.get()[j][i]);
             }

@@ -117,7 +117,7 @@ TEST(WindowsHost, EveryExportLeavesWrongTypesToTheHostCheck) {
     }
 }
 
-constexpr int kRlsOutputs = 7;  // positions 5..11
+constexpr int kRlsOutputs = 7; // positions 5..11
 
 // y = 1 + 2 z - 0.5 z^2 with z = s / 8 (exact in binary) and regressors (1, z, z^2): every fit from
 // observation k on reproduces the line, so the coefficients are known in closed form and the
@@ -197,4 +197,4 @@ TEST(WindowsHost, RlsEstSurvivesEachHostAllocationFailure) {
     EXPECT_GT(failures, 0);
 }
 
-}  // namespace
+} // namespace
