@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "database/messages.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 #include "matrix/matrix.h"
 
 struct ColumnBlock {

@@ -10,7 +10,8 @@
 #include "database/dbinternal.h"
 #include "database/messages.h"
 #include "database/output.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
+#include "base/text.h"
 #include "matrix/matrix.h"
 
 namespace {
@@ -18,14 +19,6 @@ namespace {
 bool g_tableOn = false;
 Database *g_table[DB_TABLE_SLOTS];
 char g_lastName[256];
-
-int lowerAscii(int c) { return (c >= 'A' && c <= 'Z') ? c + ('a' - 'A') : c; }
-
-bool equalNoCase(const char *a, const char *b) {
-    for (; *a && *b; ++a, ++b)
-        if (lowerAscii(static_cast<unsigned char>(*a)) != lowerAscii(static_cast<unsigned char>(*b))) return false;
-    return *a == *b;
-}
 
 // Text after the last '\' or '/'; when there is none, after the last ':'.
 const char *baseName(const char *full) {
@@ -352,7 +345,7 @@ Database *DbCreate(const char *name, int capacity) {
     const char *base = baseName(full);
     if (g_tableOn)
         for (Database *other : g_table)
-            if (other && equalNoCase(other->name, base)) {
+            if (other && KvEqualNoCase(other->name, base)) {
                 ReportError("Database with this name already exists");
                 return nullptr;
             }
@@ -388,7 +381,7 @@ void DbFree(Database *db) {
 Database *DbFindByName(const char *name, int report) {
     if (g_tableOn && name)
         for (Database *db : g_table)
-            if (db && equalNoCase(db->name, name)) return db;
+            if (db && KvEqualNoCase(db->name, name)) return db;
     if (report) ReportError("Database not found");
     return nullptr;
 }

@@ -13,23 +13,14 @@
 #include "database/names.h"
 #include "database/textdata.h"
 #include "database/values.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
+#include "base/text.h"
 
 namespace {
 
-bool equalNoCase(const char *a, const char *b) {
-    for (; *a && *b; ++a, ++b) {
-        char x = *a, y = *b;
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return *a == *b;
-}
-
 bool endsWithNoCase(const char *s, const char *suffix) {
     size_t n = std::strlen(s), m = std::strlen(suffix);
-    return n >= m && equalNoCase(s + n - m, suffix);
+    return n >= m && KvEqualNoCase(s + n - m, suffix);
 }
 
 bool isLineEnd(char c) { return c == '\r' || c == '\n' || c == '\0'; }
@@ -112,10 +103,10 @@ void fieldText(char *out, size_t size, const char *b, const char *e) {
 // Frequency a period column implies by its name; 0 when it is not a period column, -1 when
 // it is taken from the largest period.
 int periodFrequency(const char *name) {
-    if (equalNoCase(name, "quarter")) return 4;
-    if (equalNoCase(name, "month")) return 12;
-    if (equalNoCase(name, "week")) return 52;
-    if (equalNoCase(name, "period")) return -1;
+    if (KvEqualNoCase(name, "quarter")) return 4;
+    if (KvEqualNoCase(name, "month")) return 12;
+    if (KvEqualNoCase(name, "week")) return 52;
+    if (KvEqualNoCase(name, "period")) return -1;
     return 0;
 }
 
@@ -126,7 +117,7 @@ bool isWhole(double x) {
 // When the first columns are "year" (and a period column) counting the observations one by
 // one from their first row, the sample they give; the number of such columns, else 0.
 int sampleColumns(const Database *db, Sample *s) {
-    if (db->varCount < 1 || !equalNoCase(db->names[0], "year")) return 0;
+    if (db->varCount < 1 || !KvEqualNoCase(db->names[0], "year")) return 0;
     const double *year = db->columns[0];
     const double *period = nullptr;
     int f = 1;

@@ -10,19 +10,18 @@
 #include "database/database.h"
 #include "database/dbinternal.h"
 #include "database/messages.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
+#include "base/text.h"
 
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-bool canBeginName(unsigned char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80; }
+bool canBeginName(unsigned char c) { return KvIsAlpha(c) || c == '_' || c >= 0x80; }
 
 } // namespace
 
 bool DbSplitLagSuffix(const char *name, size_t len, size_t *baseLen, int *lag) {
     size_t i = len;
-    while (i > 0 && isDigit(name[i - 1])) --i;
+    while (i > 0 && KvIsDigit(name[i - 1])) --i;
     const size_t digits = len - i;
     if (digits < 1 || digits > 4 || i < 2) return false;
     const size_t digitsAt = i;

@@ -1,26 +1,13 @@
 // The header rule of text blocks and the text block measure (the measure itself is in textdata.h).
 #include "database/textdata.h"
 
-namespace {
-
-bool isLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-bool startsNoCase(const char *p, const char *word) {
-    for (; *word; ++p, ++word) {
-        char c = *p;
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-        if (c != *word) return false;
-    }
-    return true;
-}
-
-} // namespace
+#include "base/text.h"
 
 const char *TextSplitHeader(const char *text, const char **header) {
     const char *p = text;
     while (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n') ++p;
     *header = nullptr;
-    if ((isLetter(*p) || *p == '_' || *p == '"') && !startsNoCase(p, "nan") && !startsNoCase(p, "missin")) {
+    if ((KvIsAlpha(*p) || *p == '_' || *p == '"') && KvCompareNoCaseN(p, "nan", 3) != 0 && KvCompareNoCaseN(p, "missin", 6) != 0) {
         *header = p;
         while (*p && *p != '\r' && *p != '\n') ++p;
         if (*p == '\r') ++p;

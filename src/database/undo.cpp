@@ -6,7 +6,7 @@
 // database as it was, including variables a failed rebuild lost.
 #include "database/column.h"
 #include "database/dbinternal.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 
 // Older steps than this are dropped.
 enum { DB_UNDO_MAX_STEPS = 32 };

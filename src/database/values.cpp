@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/text.h"
 #include "database/calendar.h"
 #include "database/database.h"
 #include "database/output.h"
@@ -18,8 +19,6 @@
 
 namespace {
 
-inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
-inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
 inline bool endsToken(char c) { return c == '\0' || c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 // Inline comparison with a literal: a number fails at its first character.
@@ -32,12 +31,12 @@ template <size_t N> inline bool startsWith(const char *p, const char (&word)[N])
 // "%d": optional blanks, an optional sign, digits. Advances p only on success.
 bool scanInt(const char *&p, int *out) {
     const char *q = p;
-    while (isBlank(*q)) ++q;
+    while (KvIsBlank(*q)) ++q;
     bool negative = false;
     if (*q == '+' || *q == '-') negative = *q++ == '-';
-    if (!isDigit(*q)) return false;
+    if (!KvIsDigit(*q)) return false;
     long long v = 0;
-    for (; isDigit(*q); ++q)
+    for (; KvIsDigit(*q); ++q)
         if (v < 1000000000LL) v = 10 * v + (*q - '0');
     *out = static_cast<int>(negative ? -v : v);
     p = q;
@@ -55,7 +54,7 @@ bool scanAfter(const char *&p, char literal, int *out) {
 
 // The numeric scan: a decimal (or inf/nan) number at p. False when none starts there.
 bool scanNumber(const char *p, double *x, const char **after) {
-    if (!(isDigit(*p) || *p == '.' || *p == '+' || *p == '-' || *p == 'i' || *p == 'I' || *p == 'n' || *p == 'N'))
+    if (!(KvIsDigit(*p) || *p == '.' || *p == '+' || *p == '-' || *p == 'i' || *p == 'I' || *p == 'n' || *p == 'N'))
         return false;
     const char *end = p;
     while (!endsToken(*end)) ++end;
@@ -105,7 +104,7 @@ const char *ReadValueToken(const char *text, int yearIsDate, double *value, int 
     double v = MissingValueOf();
     int k = VALUE_NUMBER, f = 1;
     const char *p = text ? text : "";
-    while (isBlank(*p)) ++p;
+    while (KvIsBlank(*p)) ++p;
     const char *next = p;
 
     if (*p == '.' && endsToken(p[1])) {
@@ -150,7 +149,7 @@ const char *ReadValueToken(const char *text, int yearIsDate, double *value, int 
                     scanAfter(q, '-', &dom);
                     day = JulianDay(year, month, dom);
                 }
-                if (*q == 'T' || isBlank(*q)) {
+                if (*q == 'T' || KvIsBlank(*q)) {
                     // After a blank the hour must be followed by ':', so that a date followed by
                     // a plain number on the same line stays two tokens.
                     const char *r = *q == 'T' ? q + 1 : q;
@@ -217,13 +216,13 @@ int ReadFileValue(FILE *stream, double *value) {
         }
         return true;
     };
-    if (isDigit(static_cast<char>(c)) || c == '.' || c == '+' || c == '-') {
+    if (KvIsDigit(static_cast<char>(c)) || c == '.' || c == '+' || c == '-') {
         // Collect the characters a decimal number can have, then read them whole.
         char buf[128];
         size_t n = 0;
         int d = c;
         while (n + 1 < sizeof buf &&
-               (isDigit(static_cast<char>(d)) || d == '.' || d == '+' || d == '-' || d == 'e' || d == 'E')) {
+               (KvIsDigit(static_cast<char>(d)) || d == '.' || d == '+' || d == '-' || d == 'e' || d == 'E')) {
             buf[n++] = static_cast<char>(d);
             d = std::getc(stream);
         }

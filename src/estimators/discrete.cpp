@@ -9,24 +9,12 @@
 
 #include <cmath>
 
-#include "matrix/alloc.h"
+#include "base/alloc.h"
+#include "base/sums.h"
 #include "matrix/matrix.h"
 #include "special/distributions.h"
 
 namespace {
-
-// Neumaier's variant of Kahan summation (Neumaier 1974): the order of the terms is kept, the
-// rounding error of each addition is carried separately.
-struct CompensatedSum {
-    double sum = 0.0, carry = 0.0;
-    void add(double v) {
-        double t = sum + v;
-        if (std::isfinite(t)) carry += std::fabs(sum) >= std::fabs(v) ? (sum - t) + v : (v - t) + sum;
-        sum = t;
-    }
-    // An infinite or NaN sum is returned as it is (the carry would turn -inf into NaN).
-    double value() const { return std::isfinite(sum) ? sum + carry : sum; }
-};
 
 void zeroVector(double *v, int k) {
     for (int j = 0; j < k; ++j) v[j] = 0.0;
@@ -66,7 +54,7 @@ double ProbitEval(const double *beta, int k, const double *y, MATRIX X, int n, c
     MATRIX outer = out.outer && obsScore.alloc(static_cast<size_t>(k)) ? out.outer : nullptr;
     double *si = obsScore.get();
 
-    CompensatedSum llf;
+    KvCompensatedSum llf;
     for (int i = 0; i < n; ++i) {
         const double *xi = X[i];
         double eta = dot(beta, xi, k);
@@ -142,7 +130,7 @@ int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut
     if (out.outer) MatZero(out.outer, k, k);
     const double *battr = pb.beta + xa;
 
-    CompensatedSum llf;
+    KvCompensatedSum llf;
     for (int i = 0; i < n; ++i) {
         const double *xi = kx > 0 ? pb.X[i] : nullptr;
         const double *zi = na > 0 ? pb.Z[i] : nullptr;

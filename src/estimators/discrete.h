@@ -8,7 +8,7 @@
 #ifndef KAVREL_ESTIMATORS_DISCRETE_H
 #define KAVREL_ESTIMATORS_DISCRETE_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // Probabilities are clamped below at 2^-104 so that log-likelihoods stay finite.
 const double kDiscreteProbFloor = 4.930380657631324e-32;

@@ -8,7 +8,7 @@
 
 #include <cmath>
 
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 #include "matrix/matrix.h"
 
 namespace {

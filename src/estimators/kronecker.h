@@ -3,7 +3,7 @@
 #ifndef KAVREL_ESTIMATORS_KRONECKER_H
 #define KAVREL_ESTIMATORS_KRONECKER_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // out[i][j] = (A (x) B)[R_i][C_j] for i < nrow, j < ncol, with the indices held as doubles and
 // truncated toward zero. When rowIdx is null, R_i = i. An index whose truncation falls outside the

@@ -6,7 +6,7 @@
 #ifndef KAVREL_ESTIMATORS_LONGRUN_H
 #define KAVREL_ESTIMATORS_LONGRUN_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // The data-determined lag truncation truncate(4 (T/100)^(2/9)).
 int LongRunLag(int nobs);

@@ -5,7 +5,7 @@
 // caps the rest at one, so that a run that starts from valid probabilities stays within [0, 1].
 #include "estimators/markov.h"
 
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 
 namespace {
 

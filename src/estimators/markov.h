@@ -7,7 +7,7 @@
 #ifndef KAVREL_ESTIMATORS_MARKOV_H
 #define KAVREL_ESTIMATORS_MARKOV_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // Forward filter over nobs x m densities, starting from the predicted probabilities init
 // (m doubles). lik[t] receives the likelihood contribution f_t (not its log); filt, when not null,

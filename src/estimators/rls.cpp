@@ -13,19 +13,14 @@
 #include <cmath>
 #include <cstring>
 
-#include "matrix/alloc.h"
+#include "base/alloc.h"
+#include "base/sums.h"
 #include "matrix/cholesky.h"
 #include "matrix/matrix.h"
 #include "matrix/ops.h"
 #include "matrix/qr.h"
 
 namespace {
-
-double dotProduct(const double *a, const double *b, int len) {
-    double s = 0.0;
-    for (int j = 0; j < len; ++j) s += a[j] * b[j];
-    return s;
-}
 
 // Sum of squares of y - fit over len elements, eight partial sums so that the loop vectorises.
 double sumSquaredDifferences(const double *y, const double *fit, int len) {
@@ -127,8 +122,8 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
         bool full = refit || t == force || step % RlsRefitInterval == 0;
         double f = 0.0;
         if (!full) {
-            for (int i = 0; i < k; ++i) g[i] = dotProduct(P.get()[i], x.get(), k);
-            f = 1.0 + dotProduct(x.get(), g.get(), k);
+            for (int i = 0; i < k; ++i) g[i] = KvDot(P.get()[i], x.get(), k);
+            f = 1.0 + KvDot(x.get(), g.get(), k);
             if (f <= 0.0) {
                 full = true;
             } else {
@@ -171,10 +166,10 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
                 xy[j] += x[j] * y;
             }
             const double v = y - s;
-            for (int j = 0; j < k; ++j) b[j] = dotProduct(P.get()[j], xy, k);
+            for (int j = 0; j < k; ++j) b[j] = KvDot(P.get()[j], xy, k);
             const double we = v / sf;
             w[e] = we;
-            if (resid) resid[e][t] = y - dotProduct(x.get(), b, k);
+            if (resid) resid[e][t] = y - KvDot(x.get(), b, k);
             if (innov) innov[e][t] = v;
             if (stdinnov) stdinnov[e][t] = we;
             if (coef)

@@ -5,7 +5,7 @@
 #ifndef KAVREL_ESTIMATORS_RLS_H
 #define KAVREL_ESTIMATORS_RLS_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // Full refits are made at this interval of steps (and on demand) to stop rounding drift.
 constexpr int RlsRefitInterval = 50;

@@ -6,28 +6,12 @@
 
 #include <cmath>
 
-namespace {
-
-// Running sum with a separate compensation term (Neumaier's improvement of Kahan summation).
-struct CompensatedSum {
-    double sum = 0.0, comp = 0.0;
-    void add(double v) {
-        double t = sum + v;
-        if (std::fabs(sum) >= std::fabs(v))
-            comp += (sum - t) + v;
-        else
-            comp += (v - t) + sum;
-        sum = t;
-    }
-    double value() const { return sum + comp; }
-};
-
-} // namespace
+#include "base/sums.h"
 
 void SeasonalDemean(MATRIX X, int nobs, int ncols, int s) {
     for (int j = 0; j < ncols; ++j) {
         for (int p = 0; p < s && p < nobs; ++p) {
-            CompensatedSum acc;
+            KvCompensatedSum acc;
             int count = 0;
             for (long long t = p; t < nobs; t += s, ++count) acc.add(X[t][j]);
             const double mean = acc.value() / count;
@@ -41,7 +25,7 @@ double SeasonalRsq(const double *y, int nobs, int s, double rss, double *means) 
     // D accumulates over all seasons in order, as one running total.
     double total = 0.0;
     for (int p = 0; p < s; ++p) {
-        CompensatedSum acc;
+        KvCompensatedSum acc;
         int count = 0;
         for (long long t = p; t < nobs - 1; t += s, ++count) acc.add(y[t + 1] - y[t]);
         const double mean = acc.value() / count;

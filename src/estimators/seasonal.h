@@ -5,7 +5,7 @@
 #ifndef KAVREL_ESTIMATORS_SEASONAL_H
 #define KAVREL_ESTIMATORS_SEASONAL_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // Subtracts from every element of each of the ncols columns of X (nobs rows) the mean of its
 // column over the rows of its season. Seasons without rows (s > nobs) change nothing.

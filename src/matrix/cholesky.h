@@ -4,7 +4,7 @@
 #ifndef KAVREL_MATRIX_CHOLESKY_H
 #define KAVREL_MATRIX_CHOLESKY_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // A = L L' in place: the lower triangle becomes L, the strict upper triangle 0. 1 on success,
 // 0 when A is not positive definite (A is then partly overwritten). n < 1 succeeds trivially.

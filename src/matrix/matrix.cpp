@@ -1,21 +1,24 @@
 // Matrix storage and bulk setters: two allocations per matrix (row pointers, then the block).
 #include "matrix/matrix.h"
 
-#include <cstdint>
 #include <cstring>
 
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 
 MATRIX MatAlloc(int rows, int cols) {
     if (rows < 1) return nullptr;
-    auto **p = static_cast<double **>(KvMalloc(sizeof(double *) * (static_cast<size_t>(rows) + 1)));
+    auto **p = static_cast<double **>(KvMallocArray(static_cast<size_t>(rows) + 1, sizeof(double *)));
     if (!p) return nullptr;
     if (cols < 1) {
         std::memset(p, 0, sizeof(double *) * (static_cast<size_t>(rows) + 1));
         return p + 1;
     }
-    size_t n = static_cast<size_t>(rows) * static_cast<size_t>(cols);
-    double *block = n <= SIZE_MAX / sizeof(double) ? static_cast<double *>(KvMalloc(n * sizeof(double))) : nullptr;
+    // The element count is formed in size_t with an overflow check: on a 32-bit build
+    // 65536 x 65536 would otherwise wrap to an empty block.
+    size_t n = 0;
+    double *block = KvSizeMul(static_cast<size_t>(rows), static_cast<size_t>(cols), &n)
+                        ? static_cast<double *>(KvMallocArray(n, sizeof(double)))
+                        : nullptr;
     if (!block) {
         KvFree(p);
         return nullptr;
@@ -56,15 +59,4 @@ MATRIX MatTranspose(MATRIX dst, MATRIX src, int rows, int cols) {
     for (int i = 0; i < rows; ++i)
         for (int j = 0; j < cols; ++j) dst[j][i] = src[i][j];
     return dst;
-}
-
-void MissingValue(double *d) {
-    const uint64_t bits = UINT64_C(0x7FF8000000000000);
-    std::memcpy(d, &bits, sizeof bits);
-}
-
-double MissingValueOf() {
-    double d;
-    MissingValue(&d);
-    return d;
 }

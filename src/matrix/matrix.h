@@ -4,7 +4,7 @@
 #ifndef KAVREL_MATRIX_MATRIX_H
 #define KAVREL_MATRIX_MATRIX_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // rows x cols, contents uninitialised; null if rows < 1 or allocation fails. With cols < 1 only
 // the (all null) pointer array is made.
@@ -17,11 +17,6 @@ MATRIX MatCopy(MATRIX dst, MATRIX src, int rows, int cols);
 MATRIX MatFill(MATRIX m, int rows, int cols, double value);
 // dst (cols x rows) = src' (src is rows x cols).
 MATRIX MatTranspose(MATRIX dst, MATRIX src, int rows, int cols);
-
-// Stores the quiet NaN 0x7FF8000000000000 through d. Test for it with x != x, never by bits.
-void MissingValue(double *d);
-// The missing value as a result, made by MissingValue.
-double MissingValueOf();
 
 // Owns a MATRIX for the scope; every path frees it.
 class MatOwner {

@@ -3,7 +3,7 @@
 #ifndef KAVREL_MATRIX_OPS_H
 #define KAVREL_MATRIX_OPS_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // C (n x k) = sum over t in lo..hi of A[i][t] * B[j][t].
 MATRIX MatMulABtRange(MATRIX A, int n, int lo, int hi, MATRIX B, int k, MATRIX C);

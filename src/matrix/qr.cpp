@@ -8,7 +8,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "matrix/alloc.h"
+#include "base/alloc.h"
+#include "base/sums.h"
 #include "matrix/matrix.h"
 
 const double MatDefaultRankTolerance = 2.220446049250313e-13;
@@ -20,18 +21,6 @@ double g_rankTolerance = MatDefaultRankTolerance;
 // Below this squared norm a downdated row norm has lost its digits to cancellation and is
 // recomputed from the row (an absolute bound: 100 units of roundoff of a unit norm).
 constexpr double kNormRecompute = 2.220446049250313e-14;
-
-// Eight independent partial sums: the loop vectorises and hides the adder latency.
-double dotProduct(const double *a, const double *b, int len) {
-    double acc[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-    int t = 0;
-    for (; t + 8 <= len; t += 8)
-        for (int u = 0; u < 8; ++u) acc[u] += a[t + u] * b[t + u];
-    for (; t < len; ++t) acc[0] += a[t] * b[t];
-    return ((acc[0] + acc[1]) + (acc[2] + acc[3])) + ((acc[4] + acc[5]) + (acc[6] + acc[7]));
-}
-
-double sumSquares(const double *a, int len) { return dotProduct(a, a, len); }
 
 void axpy(double *y, double alpha, const double *x, int len) {
     for (int t = 0; t < len; ++t) y[t] += alpha * x[t];
@@ -105,7 +94,7 @@ int MatLsqFit(MATRIX X, int k, int count, MATRIX Y, int n, MATRIX B, MATRIX P, M
     const size_t rowBytes = sizeof(double) * static_cast<size_t>(count);
     for (int j = 0; j < k; ++j) {
         std::memcpy(a[j], X[j], rowBytes);
-        w->norm[j] = sumSquares(a[j], count);
+        w->norm[j] = KvSumSquares(a[j], count);
         w->perm[j] = j;
         if (!std::isfinite(w->norm[j])) {
             setFailed(B, n, P, k);
@@ -138,7 +127,7 @@ int MatLsqFit(MATRIX X, int k, int count, MATRIX Y, int n, MATRIX B, MATRIX P, M
         double *x = a[i] + i;
         const int len = count - i;
         // The reflection is built from the row itself, not from the downdated norm.
-        const double xx = sumSquares(x, len);
+        const double xx = KvSumSquares(x, len);
         steps = i + 1;
         if (xx == 0.0) {
             w->diag[i] = 0.0;
@@ -153,18 +142,18 @@ int MatLsqFit(MATRIX X, int k, int count, MATRIX Y, int n, MATRIX B, MATRIX P, M
             w->diag[i] = alpha;
             for (int j = i + 1; j < k; ++j) {
                 double *r = a[j] + i;
-                axpy(r, tau * dotProduct(x, r, len), x, len);
+                axpy(r, tau * KvDot(x, r, len), x, len);
             }
             if (wantB)
                 for (int e = 0; e < n; ++e) {
                     double *r = w->y[e] + i;
-                    axpy(r, tau * dotProduct(x, r, len), x, len);
+                    axpy(r, tau * KvDot(x, r, len), x, len);
                 }
         }
         for (int j = i + 1; j < k; ++j) {
             const double aji = a[j][i];
             w->norm[j] -= aji * aji;
-            if (w->norm[j] < kNormRecompute) w->norm[j] = sumSquares(a[j] + i + 1, len - 1);
+            if (w->norm[j] < kNormRecompute) w->norm[j] = KvSumSquares(a[j] + i + 1, len - 1);
         }
     }
     w->steps = steps;

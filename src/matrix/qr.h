@@ -10,7 +10,7 @@
 #ifndef KAVREL_MATRIX_QR_H
 #define KAVREL_MATRIX_QR_H
 
-#include "kavrel/lumo.h"
+#include "base/types.h"
 
 // Default rank tolerance: 1000 units of roundoff, 2.220446049250313e-13.
 extern const double MatDefaultRankTolerance;

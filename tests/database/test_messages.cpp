@@ -9,7 +9,7 @@
 #include "database/datafile.h"
 #include "database/textdata.h"
 #include "dbcapture.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 
 using namespace dbtest;
 

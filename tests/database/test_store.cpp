@@ -7,7 +7,7 @@
 #include "database/calendar.h"
 #include "database/datafile.h"
 #include "dbcapture.h"
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 
 using namespace dbtest;
 

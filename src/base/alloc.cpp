@@ -1,5 +1,5 @@
 // Allocation layer: malloc with a counter and a single-shot fault hook for tests.
-#include "matrix/alloc.h"
+#include "base/alloc.h"
 
 #include <cstdlib>
 
@@ -18,10 +18,16 @@ void *KvMalloc(size_t bytes) {
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
+void *KvMallocArray(size_t n, size_t size) {
+    size_t bytes;
+    return KvSizeMul(n, size, &bytes) ? KvMalloc(bytes) : nullptr;
+}
+
 void *KvCalloc(size_t n, size_t size) {
-    if (size != 0 && n > static_cast<size_t>(-1) / size) return nullptr;
+    size_t bytes;
+    if (!KvSizeMul(n, size, &bytes)) return nullptr;
     if (shouldFail()) return nullptr;
-    return std::calloc(n == 0 ? 1 : n, size == 0 ? 1 : size);
+    return std::calloc(bytes == 0 ? 1 : bytes, 1);
 }
 
 void *KvRealloc(void *p, size_t bytes) {

@@ -1,8 +1,10 @@
 // The library's one allocation layer. Every heap block the library makes for itself comes from
 // here, so that a test can make the n-th allocation fail and check that each export survives it,
 // frees what it made and reports the failure its frame defines (the idea of SQLite's fault hooks).
-#ifndef KAVREL_MATRIX_ALLOC_H
-#define KAVREL_MATRIX_ALLOC_H
+// Sizes are computed in the width of the target's size_t and checked for overflow: on a 32-bit
+// build 65536 x 65536 doubles must fail, not wrap to an empty block.
+#ifndef KAVREL_BASE_ALLOC_H
+#define KAVREL_BASE_ALLOC_H
 
 #include <cstddef>
 
@@ -13,6 +15,15 @@ void *KvCalloc(size_t n, size_t size);
 // Null in, null out; on failure the old block stays valid and null is returned.
 void *KvRealloc(void *p, size_t bytes);
 void KvFree(void *p);
+
+// *out = a * b; false (and *out untouched) when the product does not fit in size_t.
+inline bool KvSizeMul(size_t a, size_t b, size_t *out) {
+    if (b != 0 && a > static_cast<size_t>(-1) / b) return false;
+    *out = a * b;
+    return true;
+}
+// n elements of size bytes each; null on overflow or failure.
+void *KvMallocArray(size_t n, size_t size);
 
 // n-th allocation counted from this call fails (n >= 1); n <= 0 disables the hook. Returns the
 // number of allocations made since the previous call.
@@ -31,7 +42,7 @@ public:
     KvArray &operator=(const KvArray &) = delete;
     bool alloc(size_t n) {
         KvFree(p_);
-        p_ = n <= (static_cast<size_t>(-1) / sizeof(T)) ? static_cast<T *>(KvMalloc(n * sizeof(T))) : nullptr;
+        p_ = static_cast<T *>(KvMallocArray(n, sizeof(T)));
         return p_ != nullptr;
     }
     bool ok() const { return p_ != nullptr; }
