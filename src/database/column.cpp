@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "database/messages.h"
 #include "base/alloc.h"
+#include "database/messages.h"
 #include "matrix/matrix.h"
 
 struct ColumnBlock {

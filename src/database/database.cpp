@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/alloc.h"
+#include "base/text.h"
 #include "database/column.h"
 #include "database/dbinternal.h"
 #include "database/messages.h"
 #include "database/output.h"
-#include "base/alloc.h"
-#include "base/text.h"
 #include "matrix/matrix.h"
 
 namespace {

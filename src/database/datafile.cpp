@@ -8,13 +8,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/alloc.h"
+#include "base/text.h"
 #include "database/database.h"
 #include "database/messages.h"
 #include "database/names.h"
 #include "database/textdata.h"
 #include "database/values.h"
-#include "base/alloc.h"
-#include "base/text.h"
 
 namespace {
 

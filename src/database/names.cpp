@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/alloc.h"
+#include "base/text.h"
 #include "database/database.h"
 #include "database/dbinternal.h"
 #include "database/messages.h"
-#include "base/alloc.h"
-#include "base/text.h"
 
 namespace {
 

@@ -7,7 +7,8 @@ const char *TextSplitHeader(const char *text, const char **header) {
     const char *p = text;
     while (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n') ++p;
     *header = nullptr;
-    if ((KvIsAlpha(*p) || *p == '_' || *p == '"') && KvCompareNoCaseN(p, "nan", 3) != 0 && KvCompareNoCaseN(p, "missin", 6) != 0) {
+    if ((KvIsAlpha(*p) || *p == '_' || *p == '"') && KvCompareNoCaseN(p, "nan", 3) != 0 &&
+        KvCompareNoCaseN(p, "missin", 6) != 0) {
         *header = p;
         while (*p && *p != '\r' && *p != '\n') ++p;
         if (*p == '\r') ++p;

@@ -4,9 +4,9 @@
 // order of recording. Full snapshots hold the whole variable set (columns by reference, names,
 // descriptions, flags, info records) with the sample, so that undoing one restores the
 // database as it was, including variables a failed rebuild lost.
+#include "base/alloc.h"
 #include "database/column.h"
 #include "database/dbinternal.h"
-#include "base/alloc.h"
 
 // Older steps than this are dropped.
 enum { DB_UNDO_MAX_STEPS = 32 };

@@ -4,8 +4,8 @@
 #ifndef KAVREL_TESTS_FAULT_H
 #define KAVREL_TESTS_FAULT_H
 
-#include "kavrel/lumohost.h"
 #include "base/alloc.h"
+#include "kavrel/lumohost.h"
 
 // Calls call(n) with the n-th allocation failing through hook (which arms the n-th failure and
 // returns the count made since it was last called), for n = 1, 2, ... until a run makes fewer

@@ -6,10 +6,10 @@
 
 #include <unistd.h>
 
+#include "base/alloc.h"
 #include "database/datafile.h"
 #include "database/textdata.h"
 #include "dbcapture.h"
-#include "base/alloc.h"
 
 using namespace dbtest;
 

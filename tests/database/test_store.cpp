@@ -4,10 +4,10 @@
 // every store operation and the reading of data files. The message texts are in test_messages.
 #include <cmath>
 
+#include "base/alloc.h"
 #include "database/calendar.h"
 #include "database/datafile.h"
 #include "dbcapture.h"
-#include "base/alloc.h"
 
 using namespace dbtest;
 
