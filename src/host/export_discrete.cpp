@@ -9,20 +9,16 @@
 
 namespace {
 
-// Sizes the five optional outputs (score, information, probabilities, per-observation
-// log-likelihood, outer product) at argument positions first..first+4. On a host allocation
-// failure the outputs already made are set to missing and false is returned.
-bool makeOutputs(LumoValue *args, int first, int k, int n, int probCols, DiscreteOutputs *out, MATRIX held[5]) {
+// The five optional outputs (score, information, probabilities, per-observation log-likelihood,
+// outer product) at argument positions first..first+4; false when the host cannot make one.
+// The likelihoods write every element of each output they are given.
+bool makeOutputs(const LumoValue *args, int first, int k, int n, int probCols, FrameOutputs &outputs,
+                 DiscreteOutputs *out, MATRIX held[5]) {
     const int rows[5] = {k, k, n, n, k};
     const int cols[5] = {1, k, probCols, 1, k};
-    bool failed = false;
-    for (int o = 0; o < 5; ++o) {
-        held[o] = FrameOptionalOutput(args, first + o, rows[o], cols[o], &failed);
-        if (failed) {
-            for (int p = 0; p < o; ++p) MatSetMissing(held[p], rows[p], cols[p]);
-            return false;
-        }
-    }
+    for (int o = 0; o < 5; ++o)
+        held[o] = outputs.matrix(args, first + o, rows[o], cols[o], FrameOutputs::WRITTEN_WHOLE);
+    if (outputs.failed()) return false;
     // A 0-row output is an empty host matrix: nothing to write.
     out->score = held[0] && k > 0 ? held[0][0] : nullptr;
     out->info = k > 0 ? held[1] : nullptr;
@@ -45,11 +41,13 @@ KAVREL_EXPORT void FnBinProbitRz(LumoValue *result, LumoValue *args, int) noexce
             if (FrameRows(args, 2) != n || k < 1 || FrameElementCount(args, 0) != k) return;
             const double *w = FrameElementCount(args, 3) == n ? FrameElements(args, 3) : nullptr;
 
+            FrameOutputs outputs;
             DiscreteOutputs out;
             MATRIX held[5];
-            if (!makeOutputs(args, 4, k, n, 2, &out, held)) return;
+            if (!makeOutputs(args, 4, k, n, 2, outputs, &out, held)) return;
             const double *y = n > 0 ? FrameMatrix(args, 1)[0] : nullptr;
-            double llf = ProbitEval(FrameElements(args, 0), k, y, FrameMatrix(args, 2), n, w, out);
+            const double llf = ProbitEval(FrameElements(args, 0), k, y, FrameMatrix(args, 2), n, w, out);
+            outputs.publish();
             FrameSetDouble(result, llf);
         },
         [&] { FrameSetDouble(result, MissingValueOf()); });
@@ -85,17 +83,21 @@ KAVREL_EXPORT void FnLogitRz(LumoValue *result, LumoValue *args, int) noexcept {
             pb.ocols = useOffset ? (FrameCols(args, 6) < pb.m ? FrameCols(args, 6) : pb.m) : 0;
             if (static_cast<long long>(pb.n) * pb.m > 0x3FFFFFFF) return;
 
+            FrameOutputs outputs;
             DiscreteOutputs out;
-            MATRIX held[5];
             const int kk = static_cast<int>(k);
-            if (!makeOutputs(args, 7, kk, pb.n, pb.m, &out, held)) return;
+            MATRIX held[5];
+            if (!makeOutputs(args, 7, kk, pb.n, pb.m, outputs, &out, held)) return;
             double llf = 0.0;
-            if (!LogitEval(pb, out, &llf)) {
+            const bool ok = LogitEval(pb, out, &llf) != 0;
+            if (!ok) {
+                // Without its scratch the logit computes nothing: what was asked for is missing.
                 const int rows[5] = {kk, kk, pb.n, pb.n, kk};
                 const int cols[5] = {1, kk, pb.m, 1, kk};
                 for (int o = 0; o < 5; ++o) MatSetMissing(held[o], rows[o], cols[o]);
-                return;
             }
+            outputs.publish();
+            if (!ok) return;
             FrameSetDouble(result, llf);
         },
         [&] { FrameSetDouble(result, MissingValueOf()); });

@@ -1,7 +1,5 @@
-// Exports of the GARCH and EGARCH variance recursions. The two results are built in value records
-// of our own and moved into the caller's variables only after the computation, so that a failed
-// allocation leaves the caller's variables as they were and a reference that names one of the
-// inputs is overwritten only once the input has been read.
+// Exports of the GARCH and EGARCH variance recursions: two mandatory T x 1 results, which the
+// recursions write whole (missing or zero values included on their failure paths).
 #include "estimators/garch.h"
 #include "host/frame.h"
 #include "kavrel/kavrel.h"
@@ -11,13 +9,12 @@ namespace {
 // Both outputs are mandatory T x 1 columns; returns false (nothing touched) when the host cannot
 // make them.
 template <class Compute> bool runIntoOutputs(LumoValue *args, int nobs, Compute compute) {
-    // Both targets are read before either is written: one may be the other reference's record.
-    LumoValue *firstTarget = FrameTarget(args, 9), *secondTarget = FrameTarget(args, 10);
-    FrameValue first, second;
-    if (!first.alloc(nobs, 1) || !second.alloc(nobs, 1)) return false;
-    compute(first.matrix()[0], second.matrix()[0]);
-    first.moveInto(firstTarget);
-    second.moveInto(secondTarget);
+    FrameOutputs outputs;
+    MATRIX first = outputs.matrix(args, 9, nobs, 1, FrameOutputs::WRITTEN_WHOLE);
+    MATRIX second = outputs.matrix(args, 10, nobs, 1, FrameOutputs::WRITTEN_WHOLE);
+    if (outputs.failed()) return false;
+    compute(first[0], second[0]);
+    outputs.publish();
     return true;
 }
 

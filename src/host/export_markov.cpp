@@ -1,12 +1,11 @@
 // Exports of the Markov-switching filter and smoothers. The number of regimes m and of
 // observations T come from the shape of the first argument; the host checks the transition
 // matrix (m x m) and the initial probabilities (1 x m). When the host cannot make an output the
-// export returns without a result; outputs are pre-filled with missing values, so a run skipped
-// for want of scratch (result 0) leaves them missing.
+// export returns without a result and every variable as it was; outputs are pre-filled with
+// missing values, so a run skipped for want of scratch (result 0) leaves them missing.
 #include "estimators/markov.h"
 #include "host/frame.h"
 #include "kavrel/kavrel.h"
-#include "matrix/matrix.h"
 
 namespace {
 
@@ -17,13 +16,13 @@ void smoothExport(LumoValue *result, LumoValue *args, int kind) {
     LumoLibCheckMatrixSize(args, 1, 1, m, m);
     if (nobs < 1 || m < 1 || !FrameIsRef(args, 2) || !FrameIsRef(args, 3)) return;
 
-    bool failed = false;
-    MATRIX smooth = FrameOptionalOutput(args, 2, nobs, m, &failed);
-    MATRIX trans = failed ? nullptr : FrameOptionalOutput(args, 3, m, m, &failed);
-    MatSetMissing(smooth, nobs, m);
-    MatSetMissing(trans, m, m);
-    if (failed) return;
-    FrameSetInt(result, MsSmooth(FrameMatrix(args, 0), nobs, m, FrameMatrix(args, 1), kind, smooth, trans));
+    FrameOutputs outputs;
+    MATRIX smooth = outputs.matrix(args, 2, nobs, m);
+    MATRIX trans = outputs.matrix(args, 3, m, m);
+    if (outputs.failed()) return;
+    const int status = MsSmooth(FrameMatrix(args, 0), nobs, m, FrameMatrix(args, 1), kind, smooth, trans);
+    outputs.publish();
+    FrameSetInt(result, status);
 }
 
 } // namespace
@@ -40,14 +39,14 @@ KAVREL_EXPORT void FnFilterMS(LumoValue *result, LumoValue *args, int) noexcept 
             LumoLibCheckMatrixSize(args, 2, 2, 1, m);
             if (nobs < 1 || m < 1 || !FrameIsRef(args, 3)) return;
 
-            bool failed = false;
-            MATRIX lik = FrameOptionalOutput(args, 3, nobs, 1, &failed);
-            MATRIX filt = failed ? nullptr : FrameOptionalOutput(args, 4, nobs, m, &failed);
-            MatSetMissing(lik, nobs, 1);
-            MatSetMissing(filt, nobs, m);
-            if (failed) return;
-            FrameSetInt(result, MsFilter(FrameMatrix(args, 0), nobs, m, FrameMatrix(args, 1), FrameMatrix(args, 2)[0],
-                                         lik[0], filt));
+            FrameOutputs outputs;
+            MATRIX lik = outputs.matrix(args, 3, nobs, 1);
+            MATRIX filt = outputs.matrix(args, 4, nobs, m);
+            if (outputs.failed()) return;
+            const int status =
+                MsFilter(FrameMatrix(args, 0), nobs, m, FrameMatrix(args, 1), FrameMatrix(args, 2)[0], lik[0], filt);
+            outputs.publish();
+            FrameSetInt(result, status);
         },
         [] {});
 }

@@ -1,10 +1,4 @@
-// The recursive least-squares export. Outputs are sized in value records of the export's own and
-// moved into the caller's variables only after the recursion has finished reading Y and X, so a
-// reference that names one of the inputs (or two references that name the same variable) cannot
-// pull storage from under the computation; a failed host allocation leaves every variable as it
-// was.
-#include <climits>
-
+// The recursive least-squares export.
 #include "estimators/rls.h"
 #include "host/frame.h"
 #include "kavrel/kavrel.h"
@@ -32,24 +26,19 @@ KAVREL_EXPORT void FnRlsEst(LumoValue *result, LumoValue *args, int) noexcept {
                 FrameRows(args, 1) < needRows)
                 return;
 
+            // The recursion fills what it does not compute with the missing value itself.
             const long long rows[kOutputs] = {static_cast<long long>(n) * k, k, n, n, n, n, 1};
-            LumoValue *targets[kOutputs] = {};
-            FrameValue values[kOutputs];
-            MATRIX out[kOutputs] = {};
-            for (int i = 0; i < kOutputs; ++i) {
-                if (!FrameIsRef(args, kFirstOutput + i)) continue;
-                targets[i] = FrameTarget(args, kFirstOutput + i);
-                if (rows[i] > INT_MAX || !values[i].alloc(static_cast<int>(rows[i]), last + 1)) {
-                    FrameSetInt(result, 0);
-                    return;
-                }
-                out[i] = values[i].matrix();
+            FrameOutputs outputs;
+            MATRIX out[kOutputs];
+            for (int i = 0; i < kOutputs; ++i)
+                out[i] = outputs.matrix(args, kFirstOutput + i, rows[i], last + 1, FrameOutputs::WRITTEN_WHOLE);
+            if (outputs.failed()) {
+                FrameSetInt(result, 0);
+                return;
             }
-
             const int status = RlsRecursion(FrameMatrix(args, 0), FrameMatrix(args, 1), first, last, force, n, k,
                                             out[0], out[1], out[2], out[3], out[4], out[5], out[6]);
-            for (int i = 0; i < kOutputs; ++i)
-                if (targets[i]) values[i].moveInto(targets[i]);
+            outputs.publish();
             FrameSetInt(result, status);
         },
         [&] { FrameSetInt(result, 0); });

@@ -4,7 +4,6 @@
 #include "estimators/seasonal.h"
 #include "host/frame.h"
 #include "kavrel/kavrel.h"
-#include "matrix/matrix.h"
 
 // 0 X (T x n), 1 s. Result: X with each column's seasonal means removed.
 KAVREL_EXPORT void FnDeSeasonalize(LumoValue *result, LumoValue *args, int) noexcept {
@@ -33,14 +32,15 @@ KAVREL_EXPORT void FnSeasonalRsq(LumoValue *result, LumoValue *args, int) noexce
             const int nobs = FrameRows(args, 0), s = FrameInt(args, 1);
             if (nobs < 1 || FrameCols(args, 0) != 1 || s < 2 || !FrameIsRef(args, 3)) return;
 
-            bool failed = false;
-            MATRIX means = FrameOptionalOutput(args, 3, 1, s, &failed);
-            if (failed) {
+            FrameOutputs outputs;
+            MATRIX means = outputs.matrix(args, 3, 1, s);
+            if (outputs.failed()) {
                 FrameSetDouble(result, MissingValueOf());
                 return;
             }
-            MatSetMissing(means, 1, s);
-            FrameSetDouble(result, SeasonalRsq(FrameMatrix(args, 0)[0], nobs, s, FrameDouble(args, 2), means[0]));
+            const double rsq = SeasonalRsq(FrameMatrix(args, 0)[0], nobs, s, FrameDouble(args, 2), means[0]);
+            outputs.publish();
+            FrameSetDouble(result, rsq);
         },
         [] {});
 }

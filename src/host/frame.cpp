@@ -1,17 +1,10 @@
 // Shared export frame helpers.
 #include "host/frame.h"
 
+#include <climits>
 #include <cstring>
 
-MATRIX FrameOptionalOutput(LumoValue *args, int i, int rows, int cols, bool *failed) {
-    if (!FrameIsRef(args, i)) return nullptr;
-    LumoValue *target = FrameTarget(args, i);
-    if (!LumoLibValMatMalloc(target, rows, cols)) {
-        if (failed) *failed = true;
-        return nullptr;
-    }
-    return static_cast<MATRIX>(target->data);
-}
+#include "matrix/matrix.h"
 
 void FrameSetInt(LumoValue *result, int value) { LumoValSetInt(result, value); }
 
@@ -31,14 +24,44 @@ const double *FrameElements(const LumoValue *args, int i) {
     return FrameElementCount(args, i) > 0 && m ? m[0] : nullptr;
 }
 
-FrameValue::FrameValue() { std::memset(&v_, 0, sizeof v_); }
+FrameOutputs::~FrameOutputs() {
+    for (int i = 0; i < count_; ++i) LumoFreeByValue(&slots_[i].v);
+}
 
-FrameValue::~FrameValue() { LumoFreeByValue(&v_); }
+LumoValue *FrameOutputs::value(const LumoValue *args, int i) {
+    if (!FrameIsRef(args, i)) return nullptr;
+    if (count_ == kMax) {
+        failed_ = true;
+        return nullptr;
+    }
+    Slot &s = slots_[count_++];
+    s.target = FrameTarget(args, i);
+    std::memset(&s.v, 0, sizeof s.v);
+    return &s.v;
+}
 
-bool FrameValue::alloc(int rows, int cols) { return LumoLibValMatMalloc(&v_, rows, cols) != 0; }
+MATRIX FrameOutputs::matrix(const LumoValue *args, int i, long long rows, long long cols, Fill fill) {
+    if (!FrameIsRef(args, i)) return nullptr;
+    if (rows < 0 || cols < 0 || rows > INT_MAX || cols > INT_MAX) {
+        failed_ = true;
+        return nullptr;
+    }
+    LumoValue *v = value(args, i);
+    if (!v) return nullptr;
+    if (!LumoLibValMatMalloc(v, static_cast<int>(rows), static_cast<int>(cols))) {
+        failed_ = true;
+        return nullptr;
+    }
+    MATRIX m = static_cast<MATRIX>(v->data);
+    if (fill == FILL_MISSING) MatSetMissing(m, static_cast<int>(rows), static_cast<int>(cols));
+    return m;
+}
 
-void FrameValue::moveInto(LumoValue *target) {
-    LumoFreeByValue(target);
-    std::memcpy(target, &v_, sizeof v_);
-    std::memset(&v_, 0, sizeof v_);
+void FrameOutputs::publish() {
+    for (int i = 0; i < count_; ++i) {
+        LumoFreeByValue(slots_[i].target);
+        std::memcpy(slots_[i].target, &slots_[i].v, sizeof slots_[i].v);
+        std::memset(&slots_[i].v, 0, sizeof slots_[i].v);
+    }
+    count_ = 0;
 }

@@ -6,6 +6,7 @@
 
 #include <new>
 
+#include "base/types.h"
 #include "kavrel/lumo.h"
 
 #if defined(_WIN32)
@@ -28,28 +29,42 @@ long long FrameElementCount(const LumoValue *args, int i);
 // The elements of a matrix argument as one block (host matrices are contiguous), null when none.
 const double *FrameElements(const LumoValue *args, int i);
 
-// An optional output: when argument i is a reference, its target becomes a rows x cols host
-// matrix and its data pointer is returned; otherwise null. *failed is set when the host could
-// not allocate (the export then reports its failure).
-MATRIX FrameOptionalOutput(LumoValue *args, int i, int rows, int cols, bool *failed);
-
-// A host value that the export fills before it is moved into the caller's variable. Results made
-// this way leave every variable as it was when the host cannot allocate, and a reference that
-// names one of the inputs is overwritten only after the input has been read.
-class FrameValue {
+// The one output protocol of every export. Each output (optional or mandatory) is made in a host
+// value of the frame's own; the computation writes there; publish() moves every value into the
+// caller's variable only after the computation has read all its inputs. So an output reference
+// that names one of the inputs (a host program that filters in place, FnFilterMS(d, P, p0, &d))
+// never pulls storage from under the computation, two references to one variable leave the later
+// output there and leak nothing, and a failed host allocation leaves every variable as it was.
+// Values never published are released with the frame.
+class FrameOutputs {
 public:
-    FrameValue();
-    ~FrameValue();
-    FrameValue(const FrameValue &) = delete;
-    FrameValue &operator=(const FrameValue &) = delete;
-    // A rows x cols host matrix; false when the host cannot make it.
-    bool alloc(int rows, int cols);
-    MATRIX matrix() const { return static_cast<MATRIX>(v_.data); }
-    // Releases the target's old content and hands it this value.
-    void moveInto(LumoValue *target);
+    enum Fill { FILL_MISSING, WRITTEN_WHOLE };
+    FrameOutputs() = default;
+    ~FrameOutputs();
+    FrameOutputs(const FrameOutputs &) = delete;
+    FrameOutputs &operator=(const FrameOutputs &) = delete;
+
+    // A rows x cols matrix for argument i when it is a reference with a target, pre-filled with
+    // the missing value unless the computation writes every element (WRITTEN_WHOLE); null when
+    // the caller passed no reference there, and null with failed() set when the host cannot make
+    // it or a shape does not fit the host's int.
+    MATRIX matrix(const LumoValue *args, int i, long long rows, long long cols, Fill fill = FILL_MISSING);
+    // A value for argument i that the export fills with a host setter (strings, arrays); null
+    // when argument i is not a reference.
+    LumoValue *value(const LumoValue *args, int i);
+    bool failed() const { return failed_; }
+    // Moves every value made into its caller's variable, in argument order.
+    void publish();
 
 private:
-    LumoValue v_;
+    enum { kMax = 12 };
+    struct Slot {
+        LumoValue *target;
+        LumoValue v;
+    };
+    Slot slots_[kMax] = {};
+    int count_ = 0;
+    bool failed_ = false;
 };
 
 // Return values. Doubles are written straight into the record: the host offers no setter.

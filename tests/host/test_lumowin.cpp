@@ -19,14 +19,15 @@ void probeExport(LumoValue *result, LumoValue *args, int) noexcept {
             LumoLibCheckType(LUMO_MATRIX, args, 0, 1);
             LumoLibCheckType(LUMO_INT, args, 2, 2);
             LumoLibCheckMatrixSize(args, 1, 1, FrameRows(args, 0), 1);
-            bool failed = false;
-            MATRIX out = FrameOptionalOutput(args, 3, FrameRows(args, 0), 2, &failed);
-            if (failed) {
+            FrameOutputs outputs;
+            MATRIX out = outputs.matrix(args, 3, FrameRows(args, 0), 2);
+            if (outputs.failed()) {
                 FrameSetInt(result, 0);
                 return;
             }
             if (out)
                 for (int i = 0; i < FrameRows(args, 0); ++i) out[i][0] = out[i][1] = FrameInt(args, 2);
+            outputs.publish();
             FrameSetDouble(result, out ? 1.5 : 2.5);
         },
         [&] { FrameSetInt(result, -1); });
