@@ -2,8 +2,8 @@
 #  - Boost's headers for a cross build, through a directory holding only a `boost` link, so that
 #    the host's /usr/include (glibc) never comes before MinGW's own headers;
 #  - GoogleTest built from source with the cross compiler;
-#  - the module-definition file of kavrel15_lumo, written at build time from the export
-#    definitions (cmake/exports.cmake), and kavrel_exports.inc beside it for the host test;
+#  - the module-definition file of kavrel15_lumo, written at build time from the export table
+#    include/kavrel/exports.inc (cmake/exports.cmake);
 #  - kavrel_windows_host_test(): the host test program of tests/windows/, which loads the DLL.
 
 # glibc declares M_PI and the other <cmath> constants in every C++ build; MinGW's headers do so
@@ -43,15 +43,13 @@ if(CMAKE_CROSSCOMPILING)
   endif()
 endif()
 
-# Export list, regenerated whenever an export file changes (new files re-run the configure step).
-file(GLOB KAVREL_EXPORT_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/host/export_*.cpp)
+# The module-definition file, written from the export table.
 set(KAVREL_DEF_FILE ${CMAKE_BINARY_DIR}/kavrel15_lumo.def)
-set(KAVREL_EXPORTS_INC ${CMAKE_BINARY_DIR}/kavrel_exports.inc)
 add_custom_command(
-  OUTPUT ${KAVREL_DEF_FILE} ${KAVREL_EXPORTS_INC}
-  COMMAND ${CMAKE_COMMAND} -DSRC_DIR=${CMAKE_SOURCE_DIR}/src/host -DOUT_DEF=${KAVREL_DEF_FILE}
-          -DOUT_INC=${KAVREL_EXPORTS_INC} -P ${CMAKE_SOURCE_DIR}/cmake/exports.cmake
-  DEPENDS ${KAVREL_EXPORT_SOURCES} ${CMAKE_SOURCE_DIR}/cmake/exports.cmake
+  OUTPUT ${KAVREL_DEF_FILE}
+  COMMAND ${CMAKE_COMMAND} -DTABLE=${CMAKE_SOURCE_DIR}/include/kavrel/exports.inc -DOUT_DEF=${KAVREL_DEF_FILE}
+          -P ${CMAKE_SOURCE_DIR}/cmake/exports.cmake
+  DEPENDS ${CMAKE_SOURCE_DIR}/include/kavrel/exports.inc ${CMAKE_SOURCE_DIR}/cmake/exports.cmake
   COMMENT "Writing the export list of kavrel15_lumo"
   VERBATIM)
 
@@ -62,8 +60,8 @@ function(kavrel_windows_host_test dir)
   if(NOT _srcs OR NOT TARGET GTest::gtest)
     return()
   endif()
-  add_executable(test_windows ${_srcs} ${KAVREL_EXPORTS_INC})
-  target_include_directories(test_windows PRIVATE ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR}/include)
+  add_executable(test_windows ${_srcs})
+  target_include_directories(test_windows PRIVATE ${CMAKE_SOURCE_DIR}/include)
   target_link_libraries(test_windows PRIVATE lumowin GTest::gtest GTest::gtest_main)
   add_dependencies(test_windows kavrel15_lumo)
   add_test(NAME windows COMMAND test_windows)

@@ -1,6 +1,7 @@
 /*
  * The exports of kavrel15_lumo. Every export has the host's signature (LumoExport): the return
- * record, the argument array and the argument count. Argument lists are in docs/exports.md.
+ * record, the argument array and the argument count. The exports are the rows of
+ * kavrel/exports.inc; their argument lists are in docs/exports.md.
  */
 #ifndef KAVREL_KAVREL_H
 #define KAVREL_KAVREL_H
@@ -24,29 +25,14 @@ extern "C" {
 #  define KAVREL_NOEXCEPT
 #endif
 
-/* Recursive least squares */
-KAVREL_API void FnRlsEst(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-
-/* GARCH and EGARCH */
-KAVREL_API void FnGarchVar(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnEgarchVar(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-
-/* Probit, logit and the actual-versus-fitted table */
-KAVREL_API void FnBinProbitRz(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnLogitRz(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnActFitTable(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-
-/* Markov switching */
-KAVREL_API void FnFilterMS(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnSmoothMS(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnSmoothMS2(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnSmoothMS2sym(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-
-/* Seasonal statistics, Kronecker selection and long-run covariance */
-KAVREL_API void FnDeSeasonalize(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnSeasonalRsq(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnKroneckerSel(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
-KAVREL_API void FnGLScovariance(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+/* One declaration per built row of the export table. */
+#define KAVREL_EXPORT_ROW(name, family, arity, state) KAVREL_DECLARE_##state(name)
+#define KAVREL_DECLARE_BUILT(name) KAVREL_API void name(LumoValue *result, LumoValue *args, int count) KAVREL_NOEXCEPT;
+#define KAVREL_DECLARE_PLANNED(name)
+#include "kavrel/exports.inc"
+#undef KAVREL_EXPORT_ROW
+#undef KAVREL_DECLARE_BUILT
+#undef KAVREL_DECLARE_PLANNED
 
 #ifdef __cplusplus
 }

@@ -1,7 +1,7 @@
 // The library as a Windows host runtime meets it: kavrel15_lumo.dll loaded with LoadLibrary, every
 // export found by its plain name with GetProcAddress, called through lumowin.dll with host value
-// records. Nothing of the library is linked in; the export names come from the list the build
-// writes from the export definitions (kavrel_exports.inc).
+// records. Nothing of the library is linked in; the export names are the built rows of the
+// export table (kavrel/exports.inc).
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -16,9 +16,13 @@
 namespace {
 
 const char *const kExportNames[] = {
-#define KAVREL_EXPORT_NAME(name) #name,
-#include "kavrel_exports.inc"
-#undef KAVREL_EXPORT_NAME
+#define KAVREL_EXPORT_ROW(name, family, arity, state) KAVREL_NAME_##state(name)
+#define KAVREL_NAME_BUILT(name) #name,
+#define KAVREL_NAME_PLANNED(name)
+#include "kavrel/exports.inc"
+#undef KAVREL_EXPORT_ROW
+#undef KAVREL_NAME_BUILT
+#undef KAVREL_NAME_PLANNED
 };
 
 // Exports that take no arguments, so that no host check can abandon them.
