@@ -8,9 +8,10 @@
 namespace {
 
 // Index truncated toward zero if it lies in 0 .. extent-1, else -1. Values in (-1, 0) truncate
-// to 0 and are valid.
+// to 0 and are valid, but only where index 0 exists: an empty extent (a factor without rows or
+// columns) has no valid index at all.
 long long productIndex(double v, long long extent) {
-    if (!(v > -1.0 && v < static_cast<double>(extent))) return -1;
+    if (extent <= 0 || !(v > -1.0 && v < static_cast<double>(extent))) return -1;
     return static_cast<long long>(v);
 }
 

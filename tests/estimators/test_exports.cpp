@@ -262,4 +262,59 @@ TEST(EstimatorExports, OmittedOutputsChangeNothingElse) {
     }
 }
 
+TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
+    // A host program that filters or smooths in place passes the input's own variable as an
+    // output. Every (output, input) pair of every export with outputs: the call reads all its
+    // inputs before it writes, so under AddressSanitizer nothing is read from released storage,
+    // and the variable ends holding exactly the output of a call without aliasing.
+    const Export *exports[] = {&kRls,    &kGarch,  &kEgarch,  &kProbit,     &kLogit,
+                               &kFilter, &kSmooth, &kSmooth2, &kSmooth2sym, &kRsq};
+    int pairs = 0;
+    for (const Export *x : exports) {
+        HostCall clean;
+        x->args(clean);
+        ASSERT_EQ(clean.invoke(x->fn), 1);
+        for (int out = 0; out < clean.count; ++out) {
+            if (!clean.isOutput(out)) continue;
+            for (int in = 0; in < clean.count; ++in) {
+                if (clean.isOutput(in)) continue;
+                SCOPED_TRACE(::testing::Message() << x->name << ": output " << out << " names input " << in);
+                HostCall c;
+                x->args(c);
+                LumoValSetRef(&c.args[out], &c.args[in]);
+                ++pairs;
+                ASSERT_EQ(c.invoke(x->fn), 1) << LumoHostLastError();
+                EXPECT_TRUE(sameValue(c.result, clean.result));
+                EXPECT_TRUE(sameValue(c.args[in], clean.targets[out]));
+                for (int other = 0; other < c.count; ++other)
+                    if (c.isOutput(other)) EXPECT_TRUE(sameValue(c.targets[other], clean.targets[other])) << other;
+            }
+        }
+    }
+    EXPECT_EQ(pairs, 7 * 5 + 2 * 9 + 2 * 9 + 5 * 4 + 5 * 7 + 2 * 3 + 3 * 2 * 2 + 1 * 3);
+}
+
+TEST(EstimatorExports, KroneckerIndicesOfAnEmptyProduct) {
+    // A factor without rows or columns leaves the product without valid indices, even those
+    // that truncate to 0: every element is missing, and nothing is read through a null row.
+    const struct {
+        const char *what;
+        int rA, cA, rB, cB;
+        double r, c;
+    } rows[] = {
+        {"no rows in either factor", 0, 3, 0, 1048576, -0.5, 0.0},
+        {"A without columns", 1, 0, 2, 2, -8.8e-280, -8.8e-280},
+        {"B without rows", 2, 2, 0, 3, 0.0, 0.0},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        HostCall c;
+        c.mat(0, r.rA, r.cA, {}).mat(1, r.rB, r.cB, {}).row(2, {r.r}).row(3, {r.c});
+        ASSERT_EQ(c.invoke(FnKroneckerSel), 1);
+        const Vec v = c.values();
+        ASSERT_EQ(v.size(), 1u);
+        EXPECT_TRUE(std::isnan(v[0]));
+    }
+}
+
 } // namespace
