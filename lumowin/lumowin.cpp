@@ -24,11 +24,19 @@ Invocation *g_current = nullptr;
 char g_lastError[512];
 long g_allocCount = 0;
 long g_failAt = 0;
+size_t g_limit = 0;
 
 void *hostMalloc(size_t n) {
     ++g_allocCount;
     if (g_failAt > 0 && g_allocCount == g_failAt) return nullptr;
+    if (g_limit > 0 && n > g_limit) return nullptr;
     return std::malloc(n == 0 ? 1 : n);
+}
+
+// n elements of size bytes, null when the product does not fit in size_t.
+void *hostMallocArray(size_t n, size_t size) {
+    if (size != 0 && n > static_cast<size_t>(-1) / size) return nullptr;
+    return hostMalloc(n * size);
 }
 
 const char *typeName(int type) {
@@ -57,13 +65,17 @@ void clearValue(LumoValue *v) { std::memset(v, 0, sizeof *v); }
 
 // A rows x cols host matrix; rows >= 1. With no columns the row pointers are null.
 MATRIX hostMatAlloc(int rows, int cols) {
-    auto **p = static_cast<double **>(hostMalloc(sizeof(double *) * (static_cast<size_t>(rows) + 1)));
+    auto **p = static_cast<double **>(hostMallocArray(static_cast<size_t>(rows) + 1, sizeof(double *)));
     if (!p) return nullptr;
     if (cols < 1) {
         std::memset(p, 0, sizeof(double *) * (static_cast<size_t>(rows) + 1));
         return p + 1;
     }
-    auto *block = static_cast<double *>(hostMalloc(sizeof(double) * static_cast<size_t>(rows) * cols));
+    // In the width of size_t: on a 32-bit host 65536 x 65536 doubles must fail, not wrap to 0.
+    auto *block = static_cast<double *>(
+        static_cast<size_t>(cols) > static_cast<size_t>(-1) / static_cast<size_t>(rows)
+            ? nullptr
+            : hostMallocArray(static_cast<size_t>(rows) * static_cast<size_t>(cols), sizeof(double)));
     if (!block) {
         std::free(p);
         return nullptr;
@@ -147,7 +159,7 @@ int LumoLibValArrayCalloc(LumoValue *target, int count) {
     LumoFreeByValue(target);
     LumoValue *el = nullptr;
     if (count > 0) {
-        el = static_cast<LumoValue *>(hostMalloc(sizeof(LumoValue) * static_cast<size_t>(count)));
+        el = static_cast<LumoValue *>(hostMallocArray(static_cast<size_t>(count), sizeof(LumoValue)));
         if (!el) return 0;
         std::memset(el, 0, sizeof(LumoValue) * static_cast<size_t>(count));
     }
@@ -256,6 +268,12 @@ int LumoHostInvoke(LumoExport fn, LumoValue *result, LumoValue *args, int count)
 }
 
 const char *LumoHostLastError(void) { return g_lastError; }
+
+size_t LumoHostSetAllocationLimit(size_t bytes) {
+    const size_t old = g_limit;
+    g_limit = bytes;
+    return old;
+}
 
 long LumoHostFailAllocation(long n) {
     long made = g_allocCount;

@@ -31,6 +31,9 @@ LUMOWIN_API const char *LumoHostLastError(void);
  * (n <= 0). Returns the number of host allocations made since the last call.
  */
 LUMOWIN_API long LumoHostFailAllocation(long n);
+/* Host allocations above bytes fail, as in a host without that much memory (0: no limit).
+ * Returns the previous limit. */
+LUMOWIN_API size_t LumoHostSetAllocationLimit(size_t bytes);
 
 #ifdef __cplusplus
 }

@@ -6,15 +6,16 @@
 namespace {
 long g_count = 0;
 long g_failAt = 0;
+size_t g_limit = 0;
 
-bool shouldFail() {
+bool shouldFail(size_t bytes) {
     ++g_count;
-    return g_failAt > 0 && g_count == g_failAt;
+    return (g_failAt > 0 && g_count == g_failAt) || (g_limit > 0 && bytes > g_limit);
 }
 } // namespace
 
 void *KvMalloc(size_t bytes) {
-    if (shouldFail()) return nullptr;
+    if (shouldFail(bytes)) return nullptr;
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
@@ -26,12 +27,12 @@ void *KvMallocArray(size_t n, size_t size) {
 void *KvCalloc(size_t n, size_t size) {
     size_t bytes;
     if (!KvSizeMul(n, size, &bytes)) return nullptr;
-    if (shouldFail()) return nullptr;
+    if (shouldFail(bytes)) return nullptr;
     return std::calloc(bytes == 0 ? 1 : bytes, 1);
 }
 
 void *KvRealloc(void *p, size_t bytes) {
-    if (shouldFail()) return nullptr;
+    if (shouldFail(bytes)) return nullptr;
     return std::realloc(p, bytes == 0 ? 1 : bytes);
 }
 
@@ -45,3 +46,9 @@ long KvAllocFailAt(long n) {
 }
 
 long KvAllocCount() { return g_count; }
+
+size_t KvAllocSetLimit(size_t bytes) {
+    const size_t old = g_limit;
+    g_limit = bytes;
+    return old;
+}

@@ -30,6 +30,10 @@ void *KvMallocArray(size_t n, size_t size);
 long KvAllocFailAt(long n);
 // Allocations made since the last KvAllocFailAt.
 long KvAllocCount();
+// Requests above bytes fail, as on a machine without that much memory (0: no limit). For fuzzing,
+// where a valid request for a 10 GB result would otherwise be granted by overcommit. Returns the
+// previous limit.
+size_t KvAllocSetLimit(size_t bytes);
 
 // Scratch that frees itself on every path. Allocation goes through KvMalloc and can fail:
 // callers test ok() (or the pointer) before use.
