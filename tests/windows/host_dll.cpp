@@ -117,7 +117,8 @@ TEST(WindowsHost, EveryExportLeavesWrongTypesToTheHostCheck) {
         if (type == LUMO_DOUBLE)
             EXPECT_TRUE(std::isnan(LumoValGetDouble(&result.v))) << name;
         else
-            EXPECT_TRUE(type == LUMO_INT && LumoValGetInt(&result.v) == 77) << name;
+            EXPECT_EQ(LumoValGetInt(&result.v), 77) << name;
+        if (type != LUMO_DOUBLE) EXPECT_EQ(type, LUMO_INT) << name;
     }
 }
 
@@ -159,7 +160,8 @@ TEST(WindowsHost, RlsEstThroughTheDll) {
     int rows = 0, cols = 0;
     MATRIX b = LumoValGetMatrix(&tv[0], &rows, &cols);
     MATRIX u = LumoValGetMatrix(&tv[5], nullptr, nullptr);
-    ASSERT_TRUE(b && u);
+    ASSERT_NE(b, nullptr);
+    ASSERT_NE(u, nullptr);
     ASSERT_EQ(rows, 3);
     ASSERT_EQ(cols, 60);
     EXPECT_TRUE(std::isnan(b[0][2])); // before the first overidentified observation
