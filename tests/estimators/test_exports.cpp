@@ -118,6 +118,7 @@ TEST(EstimatorExports, BadInput) {
         Outcome outcome;
         const char *message;
     } rows[] = {
+        // clang-format off
         {kRls, "X a double", [](HostCall &c) { c.dbl(1, 1); }, REFUSED, "argument 1: matrix expected, double found"},
         {kRls, "force a matrix", [](HostCall &c) { c.row(4, {1}); }, REFUSED, "argument 4: int expected, matrix found"},
         {kRls, "last < first", [](HostCall &c) { c.num(2, 10).num(3, 9); }, REFUSED, ""},
@@ -144,35 +145,20 @@ TEST(EstimatorExports, BadInput) {
         {kProbit, "y two columns", [](HostCall &c) { c.mat(1, 5, 2, Vec(10, 1)); }, NAN_RESULT, ""},
         {kProbit, "X rows differ from n", [](HostCall &c) { c.mat(2, 4, 2, Vec(8, 1)); }, NAN_RESULT, ""},
         {kProbit, "X without columns", [](HostCall &c) { c.mat(2, 5, 0, {}).mat(0, 0, 0, {}); }, NAN_RESULT, ""},
-        {kProbit, "beta count differs",
-         [](HostCall &c) {
-             c.col(0, {1, 2, 3});
-         },
-         NAN_RESULT, ""},
+        {kProbit, "beta count differs", [](HostCall &c) { c.col(0, {1, 2, 3}); }, NAN_RESULT, ""},
         {kProbit, "beta an int", [](HostCall &c) { c.num(0, 1); }, NAN_RESULT,
          "argument 0: matrix expected, int found"},
-        {kLogit, "beta count differs",
-         [](HostCall &c) {
-             c.row(0, {1, 2, 3, 4});
-         },
-         NAN_RESULT, ""},
+        {kLogit, "beta count differs", [](HostCall &c) { c.row(0, {1, 2, 3, 4}); }, NAN_RESULT, ""},
         {kLogit, "no categories", [](HostCall &c) { c.num(2, 0); }, NAN_RESULT, ""},
         {kLogit, "y without columns", [](HostCall &c) { c.mat(1, 5, 0, {}); }, NAN_RESULT, ""},
-        {kActFit, "row counts differ",
-         [](HostCall &c) {
-             c.col(0, {0, 1, 2, 1});
-         },
-         REFUSED, ""},
+        {kActFit, "row counts differ", [](HostCall &c) { c.col(0, {0, 1, 2, 1}); }, REFUSED, ""},
         {kActFit, "too few indicator columns", [](HostCall &c) { c.mat(0, 5, 2, Vec(10, 1)); }, REFUSED, ""},
         {kFilter, "no observations", [](HostCall &c) { c.mat(0, 0, 2, {}); }, REFUSED, ""},
         {kFilter, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[3], nullptr); }, REFUSED, ""},
         {kFilter, "P 3 x 3", [](HostCall &c) { c.mat(1, 3, 3, Vec(9, 0.1)); }, REFUSED,
          "argument 1: 2 x 2 matrix expected, 3 x 3 found"},
-        {kFilter, "init 2 x 1",
-         [](HostCall &c) {
-             c.col(2, {0.5, 0.5});
-         },
-         REFUSED, "argument 2: 1 x 2 matrix expected, 2 x 1 found"},
+        {kFilter, "init 2 x 1", [](HostCall &c) { c.col(2, {0.5, 0.5}); }, REFUSED,
+         "argument 2: 1 x 2 matrix expected, 2 x 1 found"},
         {kSmooth, "output by value", [](HostCall &c) { c.num(2, 1); }, REFUSED,
          "argument 2: reference expected, int found"},
         {kDeseason, "s = 1", [](HostCall &c) { c.num(1, 1); }, REFUSED, ""},
@@ -184,6 +170,7 @@ TEST(EstimatorExports, BadInput) {
         {kKron, "R an int", [](HostCall &c) { c.num(2, 0); }, REFUSED, "argument 2: matrix expected, int found"},
         {kGls, "U with fewer rows than X", [](HostCall &c) { c.mat(1, 3, 2, Vec(6, 1)); }, REFUSED, ""},
         {kGls, "hac a double", [](HostCall &c) { c.dbl(2, 1); }, REFUSED, "argument 2: int expected, double found"},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(::testing::Message() << r.x.name << ": " << r.what);
