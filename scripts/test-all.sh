@@ -3,8 +3,11 @@
 # AddressSanitizer and UndefinedBehaviorSanitizer, then the 32-bit Windows build under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
+bash scripts/deps.sh clang-format
 jobs=$(nproc)
+
+echo "== format"
+bash scripts/check-format.sh
 
 echo "== optimised build"
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release
