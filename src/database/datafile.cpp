@@ -5,6 +5,7 @@
 // become the sample.
 #include "database/datafile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -61,8 +62,10 @@ template <class Field> int splitLine(const char *p, bool csv, Field &&field) {
     }
 }
 
-// CSV into the blank-separated form: separators become blanks, quotes go, blanks inside a
-// quoted field become '_' (so that it stays one token) and an empty field becomes ".".
+// CSV into the separated form the measure reads: separators become tabs, quotes go, blanks
+// inside quotes become '_' (so that a quoted text stays one token) and an empty field becomes
+// ".". Blanks outside quotes stay: a field "2020-01-01 12:30" is a date with its time, and the
+// tab after it keeps the next field from being read as an hour.
 char *csvToBlankSeparated(const char *s, size_t n) {
     // Each line grows by at most its commas + 2 (an empty field gives ". " for a lone ',').
     size_t extra = 4;
@@ -76,12 +79,16 @@ char *csvToBlankSeparated(const char *s, size_t n) {
         while (!isLineEnd(*lineEnd)) ++lineEnd;
         splitLine(p, true, [&w](const char *b, const char *e) {
             char *start = w;
+            bool quoted = false;
             for (; b < e; ++b) {
-                if (*b == '"') continue;
-                *w++ = (*b == ' ' || *b == '\t') ? '_' : *b;
+                if (*b == '"') {
+                    quoted = !quoted;
+                    continue;
+                }
+                *w++ = (*b == '\t' || (quoted && *b == ' ')) ? '_' : *b;
             }
             if (w == start) *w++ = '.';
-            *w++ = ' ';
+            *w++ = '\t';
         });
         *w++ = '\n';
         p = lineEnd;
@@ -108,6 +115,22 @@ int periodFrequency(const char *name) {
     if (KvEqualNoCase(name, "week")) return 52;
     if (KvEqualNoCase(name, "period")) return -1;
     return 0;
+}
+
+// Lines with at least one character other than blanks, tabs and line ends (at most the largest
+// observation count), whatever the line ends (LF, CR LF or CR).
+size_t countDataLines(const char *p) {
+    size_t n = 0;
+    bool data = false;
+    for (;; ++p) {
+        if (isLineEnd(*p)) {
+            if (data) ++n;
+            data = false;
+            if (*p == '\0' || n >= DB_MAX_OBS) return n;
+        } else if (*p != ' ' && *p != '\t') {
+            data = true;
+        }
+    }
 }
 
 bool isWhole(double x) {
@@ -168,14 +191,11 @@ Database *readBuffer(const char *name, char *buffer, size_t length, int flags) {
         }
     }
     // One pass of the measure reads every value straight into the columns of a database sized
-    // for every line of the text; variables are added as longer rows appear, and the sample is
-    // cut to the rows found afterwards (which keeps the storage). The names come from the
-    // original header line, so that quoted names keep their blanks.
-    size_t lines = 1;
-    for (const char *p = text; (p = std::strchr(p, '\n')) != nullptr; ++p) ++lines;
-    if (lines == 1)
-        for (const char *p = text; (p = std::strchr(p, '\r')) != nullptr; ++p) ++lines;
-    if (lines > DB_MAX_OBS) lines = DB_MAX_OBS;
+    // for every line of the text that holds data; variables are added as longer rows appear,
+    // and the sample is cut to the rows found afterwards (which keeps the storage). Blank lines
+    // take no room: a row of 10,000 values above 10,000 empty lines is one observation. The
+    // names come from the original header line, so that quoted names keep their blanks.
+    const size_t lines = std::max<size_t>(1, countDataLines(text));
     Database *db = DbCreate(name, 0);
     // With the table off, creation fails only for memory; the table reports its own refusals.
     if (!db && !DbTableIsEnabled()) ReportError("Out of memory");
@@ -224,14 +244,23 @@ Database *readBuffer(const char *name, char *buffer, size_t length, int flags) {
         const bool dated = allDates;
         Sample s;
         int drop = dated ? 0 : sampleColumns(db, &s);
+        // Each step can fail for memory; a read that fails returns nothing, never a database
+        // with its period columns dropped but its sample not set.
+        bool done = true;
         if (drop > 0) {
-            while (drop-- > 0) DbDeleteVariables(db, 0);
-            DbSetSample(db, s);
+            while (done && drop-- > 0) done = DbDeleteVariables(db, 0) != 0;
+            done = done && DbSetSample(db, s) != 0;
         }
         if (dated) {
             const DbVarInfo dateInfo{{1, 0, 0, 0}};
-            DbSetVariableInfo(db, 0, &dateInfo);
+            done = done && DbSetVariableInfo(db, 0, &dateInfo) != 0;
         }
+        if (!done) {
+            ReportError("Out of memory");
+            ok = 0;
+        }
+    }
+    if (ok) {
         CleanLoadedData(db, 0, db->varCount - 1, 0, db->obsCount - 1, (flags & DATAFILE_KEEP_9999) ? 0 : 1, 1);
         for (int i = 0; i < db->varCount; ++i) db->varFlags[i] = 0;
         db->modified = 0;

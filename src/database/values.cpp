@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/grow.h"
 #include "base/text.h"
 #include "database/calendar.h"
 #include "database/database.h"
@@ -73,6 +74,44 @@ bool scanNumber(const char *p, double *x, const char **after) {
         return e != p;
     }
     return false;
+}
+
+// The characters of a decimal number read from a stream the way "%lf" takes them, at any length:
+// an optional sign, digits with at most one point, then an exponent letter with an optional sign
+// and digits. The first character that cannot continue the number is pushed back, so "1.5-2.25"
+// gives 1.5 and leaves "-2.25" for the next read. An exponent letter (and its sign) without
+// digits has been consumed and is dropped: a stream takes back only one character. text receives
+// the characters, terminated; *digits counts the mantissa's digits. 0, or -1 when text cannot
+// grow.
+int scanStreamNumber(FILE *stream, int c, KvGrowArray<char> *text, int *digits) {
+    auto put = [text](int ch) { return text->push(static_cast<char>(ch)); };
+    *digits = 0;
+    if (c == '+' || c == '-') {
+        if (!put(c)) return -1;
+        c = std::getc(stream);
+    }
+    bool point = false;
+    for (; KvIsDigit(c) || (c == '.' && !point); c = std::getc(stream)) {
+        if (c == '.')
+            point = true;
+        else
+            ++*digits;
+        if (!put(c)) return -1;
+    }
+    if (*digits > 0 && (c == 'e' || c == 'E')) {
+        const size_t mantissa = text->count();
+        if (!put(c)) return -1;
+        c = std::getc(stream);
+        if (c == '+' || c == '-') {
+            if (!put(c)) return -1;
+            c = std::getc(stream);
+        }
+        if (!KvIsDigit(c)) text->setCount(mantissa);
+        for (; KvIsDigit(c); c = std::getc(stream))
+            if (!put(c)) return -1;
+    }
+    if (c != EOF) std::ungetc(c, stream);
+    return put('\0') ? 0 : -1;
 }
 
 bool isWholeYear(double x) { return x == std::floor(x) && std::fabs(x) < 2147483647.0; }
@@ -149,12 +188,13 @@ const char *ReadValueToken(const char *text, int yearIsDate, double *value, int 
                     scanAfter(q, '-', &dom);
                     day = JulianDay(year, month, dom);
                 }
-                if (*q == 'T' || KvIsBlank(*q)) {
-                    // After a blank the hour must be followed by ':', so that a date followed by
-                    // a plain number on the same line stays two tokens.
-                    const char *r = *q == 'T' ? q + 1 : q;
+                if (*q == 'T' || *q == ' ') {
+                    // "2000-01-01 12" is noon: a number after one blank is the hour. A tab is a
+                    // separator and never starts a time, which is how the data-file reader keeps
+                    // a date and the value beside it apart.
+                    const char *r = q + 1;
                     int hours;
-                    if (scanInt(r, &hours) && (*q == 'T' || *r == ':')) {
+                    if (scanInt(r, &hours)) {
                         day += timeAfterHour(r, hours);
                         q = r;
                     }
@@ -216,31 +256,28 @@ int ReadFileValue(FILE *stream, double *value) {
         }
         return true;
     };
-    if (KvIsDigit(static_cast<char>(c)) || c == '.' || c == '+' || c == '-') {
-        // Collect the characters a decimal number can have, then read them whole.
-        char buf[128];
-        size_t n = 0;
-        int d = c;
-        while (n + 1 < sizeof buf &&
-               (KvIsDigit(static_cast<char>(d)) || d == '.' || d == '+' || d == '-' || d == 'e' || d == 'E')) {
-            buf[n++] = static_cast<char>(d);
-            d = std::getc(stream);
+    if (KvIsDigit(c) || c == '.' || c == '+' || c == '-') {
+        KvGrowArray<char> text;
+        int digits = 0;
+        const int status = scanStreamNumber(stream, c, &text, &digits);
+        if (status < 0) return skipLine(); // no memory for the digits: the token cannot be read
+        if (digits > 0) {
+            double x;
+            const char *after;
+            if (scanNumber(text.data(), &x, &after)) {
+                if (x != x) MissingValue(&x);
+                if (value) *value = x;
+                return 1;
+            }
+            return skipLine();
         }
-        if (d != EOF) std::ungetc(d, stream);
-        buf[n] = '\0';
-        double x;
-        const char *after;
-        if (scanNumber(buf, &x, &after) && *after == '\0') {
-            if (x != x) MissingValue(&x);
-            if (value) *value = x;
-            return 1;
-        }
-        // Not a number: ".NaN", "+Inf" / "-Inf" (also "+.Inf" / "-.Inf" as written on output).
+        // No digits: ".NaN", "+Inf" / "-Inf" (also "+.Inf" / "-.Inf" as written on output).
+        const size_t n = text.count() - 1;
         if (n == 1 && c == '.' && expect("NaN")) {
             if (value) MissingValue(value);
             return 1;
         }
-        if ((n == 1 || (n == 2 && buf[1] == '.')) && (c == '+' || c == '-') && expect("Inf")) {
+        if ((n == 1 || (n == 2 && text[1] == '.')) && (c == '+' || c == '-') && expect("Inf")) {
             if (value) *value = c == '+' ? HUGE_VAL : -HUGE_VAL;
             return 1;
         }

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "database/column.h"
 #include "database/datafile.h"
 #include "dbcapture.h"
 
@@ -64,45 +65,31 @@ TEST_F(DataFile, TextsIntoDatabases) {
         int dated;
         size_t messages;
     } rows[] = {
+        // clang-format off
         {"year x\n2000 1\n2001 2\n", 0, {2000, 1, 2001, 1, 1}, {"x"}, {{1, 2}}, 0, 0},
         {"Year Month v\n1990 11 1\n1990 12 2\n1991 1 3\n", 0, {1990, 11, 1991, 1, 12}, {"v"}, {{1, 2, 3}}, 0, 0},
         // the number of periods from the largest period; gaps keep year and quarter as variables
         {"year period v\n2000 2 1\n2000 3 2\n2001 1 3\n", 0, {2000, 2, 2001, 1, 3}, {"v"}, {{1, 2, 3}}, 0, 0},
-        {"year quarter v\n2000 1 1\n2000 3 2\n",
-         0,
-         {1, 1, 2, 1, 1},
-         {"year", "quarter", "v"},
-         {{2000, 2000}, {1, 3}, {1, 2}},
-         0,
-         0},
-        {"Date x\n2020-01-06 1\n2020-01-07T12:00 2\n2020-01-08 3\n",
-         0,
-         {1, 1, 3, 1, 1},
-         {"Date", "x"},
-         {{2458855, 2458856.5, 2458857}, {1, 2, 3}},
-         1,
-         0},
+        {"year quarter v\n2000 1 1\n2000 3 2\n", 0, {1, 1, 2, 1, 1}, {"year", "quarter", "v"},
+         {{2000, 2000}, {1, 3}, {1, 2}}, 0, 0},
+        {"Date\tx\n2020-01-06\t1\n2020-01-07T12:00\t2\n2020-01-08\t3\n", 0, {1, 1, 3, 1, 1}, {"Date", "x"},
+         {{2458855, 2458856.5, 2458857}, {1, 2, 3}}, 1, 0},
+        // after a blank a number is the hour: in CSV the time stays inside its field
+        {"date,x\n2020-01-06 12,1\n2020-01-07,2\n", 0, {1, 1, 2, 1, 1}, {"date", "x"},
+         {{2458855.5, 2458856}, {1, 2}}, 1, 0},
+        {"d x\n2000-01-01 12 5\n", 0, {1, 1, 1, 1, 1}, {"d", "x"}, {{2451545.5}, {5}}, 1, 0},
         {"1 2\n3 4\n", 0, {1, 1, 2, 1, 1}, {"Var1", "Var2"}, {{1, 3}, {2, 4}}, 0, 0},
         {"1,2\n3,4\n", DATAFILE_CSV, {1, 1, 2, 1, 1}, {"Var1", "Var2"}, {{1, 3}, {2, 4}}, 0, 0},
         {"a b c\n1 2 3\n4 5\n", 0, {1, 1, 2, 1, 1}, {"a", "b", "c"}, {{1, 4}, {2, 5}, {3, NA}}, 0, 1},
         {"a b c\n1 2\n", 0, {1, 1, 1, 1, 1}, {"a", "b", "c"}, {{1}, {2}, {NA}}, 0, 0},
-        {"\"a\",\"b c\",d\r\n1,,3\r\n4,5,\r\n",
-         0,
-         {1, 1, 2, 1, 1},
-         {"a", "b c", "d"},
-         {{1, 4}, {NA, 5}, {3, NA}},
-         0,
-         0},
+        {"\"a\",\"b c\",d\r\n1,,3\r\n4,5,\r\n", 0, {1, 1, 2, 1, 1}, {"a", "b c", "d"},
+         {{1, 4}, {NA, 5}, {3, NA}}, 0, 0},
         {"x,y\n-9999.99,1\n2,1e31\n", 0, {1, 1, 2, 1, 1}, {"x", "y"}, {{NA, 2}, {1, 1e31}}, 0, 0},
         {"x\n-9999.99\n", DATAFILE_KEEP_9999, {1, 1, 1, 1, 1}, {"x"}, {{-9999.99}}, 0, 0},
         {"a a\n1 2\n", 0, {1, 1, 1, 1, 1}, {"a", "Var2"}, {{1}, {2}}, 0, 1},
-        {"x\ty\n.\t1,5\n#N/A\t-.Inf\nmissing\t2\n",
-         0,
-         {1, 1, 3, 1, 1},
-         {"x", "y"},
-         {{NA, NA, NA}, {1.5, -HUGE_VAL, 2}},
-         0,
-         0},
+        {"x\ty\n.\t1,5\n#N/A\t-.Inf\nmissing\t2\n", 0, {1, 1, 3, 1, 1}, {"x", "y"},
+         {{NA, NA, NA}, {1.5, -HUGE_VAL, 2}}, 0, 0},
+        // clang-format on
     };
     for (const auto &r : rows) {
         Database *db = DbReadDataText("mem", r.text, std::strlen(r.text), r.flags);
@@ -113,7 +100,8 @@ TEST_F(DataFile, TextsIntoDatabases) {
             EXPECT_EQ(db->names[i], r.names[i]) << r.text;
             expectColumn(db, i, r.columns[i], r.text);
         }
-        EXPECT_TRUE(DbIsDated(db) == r.dated && takeMessages().size() == r.messages) << r.text;
+        EXPECT_EQ(DbIsDated(db), r.dated) << r.text;
+        EXPECT_EQ(takeMessages().size(), r.messages) << r.text;
         takePrinted(); // the cleaning texts: test_values
         expectConsistent(db);
         DbFree(db);
@@ -124,10 +112,26 @@ TEST_F(DataFile, BadInput) {
     for (const char *text : {"a b\n", "", "\n\n  \n"})
         EXPECT_EQ(DbReadDataText(nullptr, text, std::strlen(text), 0), nullptr);
     EXPECT_EQ(takeMessages(), Strings(3, "Error: No data in text"));
-    EXPECT_TRUE(DbReadDataFile(nullptr, 0) == nullptr && DbReadDataText(nullptr, nullptr, 0, 0) == nullptr);
+    EXPECT_EQ(DbReadDataFile(nullptr, 0), nullptr);
+    EXPECT_EQ(DbReadDataText(nullptr, nullptr, 0, 0), nullptr);
     const char text[] = "x\n1\n\0 2\n"; // a terminator inside the text ends it
     Database *db = DbReadDataText(nullptr, text, sizeof text - 1, 0);
-    EXPECT_TRUE(db && db->obsCount == 1);
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(db->obsCount, 1);
+    DbFree(db);
+}
+
+// Blank lines take no room: one row of 10,000 values above 10,000 empty lines is one observation
+// of 10,000 variables, whose columns hold one value each (not one per line of the text).
+TEST_F(DataFile, ColumnsSizedByTheLinesThatHoldData) {
+    std::string text;
+    for (int i = 0; i < 10000; ++i) text += "1 ";
+    text += std::string(10000, '\n');
+    Database *db = DbReadDataText(nullptr, text.data(), text.size(), 0);
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(db->obsCount, 1);
+    EXPECT_EQ(db->varCount, 10000);
+    EXPECT_LE(db->handles[9999]->count, 2);
     DbFree(db);
 }
 

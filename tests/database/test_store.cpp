@@ -346,21 +346,34 @@ TEST_F(Store, AllocationFailures) {
                 EXPECT_TRUE(ok || made >= n) << r.what; // no allocation failed: it must have succeeded
                 if (made < n) break;
             }
+    // A read is whole or fails with "Out of memory": never a database with its period columns
+    // dropped but the sample they give not set.
     struct Read {
         const char *text;
         int obs, vars;
-    } reads[] = {{"year quarter a b\n2000 1 1 2\n2000 2 3 4\n2000 3 5 6\n", 3, 2},
-                 {"\"d\",\"x\"\n2020-01-01,1\n2020-01-02,-9999.99\n", 2, 2},
-                 {KAVREL_TEST_DATA "/macrodata.csv", 203, 12}};
+        Sample sample;
+    } reads[] = {{"year quarter a b\n2000 1 1 2\n2000 2 3 4\n2000 3 5 6\n", 3, 2, {2000, 1, 2000, 3, 4}},
+                 {"\"d\",\"x\"\n2020-01-01,1\n2020-01-02,-9999.99\n", 2, 2, {1, 1, 2, 1, 1}},
+                 {KAVREL_TEST_DATA "/macrodata.csv", 203, 12, {1959, 1, 2009, 3, 4}}};
     for (const Read &r : reads)
         for (long n = 1;; ++n) {
+            SCOPED_TRACE(::testing::Message() << r.text << " allocation " << n);
             KvAllocFailAt(n);
             Database *db =
                 r.text[0] == '/' ? DbReadDataFile(r.text, 0) : DbReadDataText("f", r.text, std::strlen(r.text), 0);
             const long made = KvAllocFailAt(0);
-            takeMessages(), takePrinted();
-            if (db) expectConsistent(db);
-            EXPECT_TRUE(db ? db->obsCount == r.obs && db->varCount == r.vars : made >= n) << r.text; // whole or nothing
+            const Strings messages = takeMessages();
+            takePrinted();
+            if (db) {
+                expectConsistent(db);
+                EXPECT_EQ(db->obsCount, r.obs);
+                EXPECT_EQ(db->varCount, r.vars);
+                EXPECT_EQ(std::memcmp(&db->sample, &r.sample, sizeof(Sample)), 0);
+            } else {
+                EXPECT_GE(made, n); // only a failed allocation may fail the read
+                ASSERT_FALSE(messages.empty());
+                EXPECT_EQ(messages.back(), "Error: Out of memory"); // after what the store reported
+            }
             DbFree(db);
             if (made < n) break;
         }

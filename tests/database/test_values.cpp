@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "database/calendar.h"
 #include "database/names.h"
@@ -53,7 +55,9 @@ TEST_F(Values, SpellingsInOrder) {
         {"0:00:01.50", 0, 150 / 8.64e6, 2, 0, 10},
         {"2000-01-01T12:00", 0, jd(2000, 1, 1) + 0.5, 2, 0, 16},
         {"2000-01-01 12:00:30.25 7", 0, jd(2000, 1, 1) + (12 * 3600 + 30) / 86400.0 + 25 / 8.64e6, 2, 0, 22},
-        {"2000-01-01 5.2", 0, jd(2000, 1, 1), 2, 0, 10}, // a number after a blank is a token of its own
+        {"2000-01-01 12", 0, jd(2000, 1, 1) + 0.5, 2, 0, 13}, // a number after one blank is the hour
+        {"2000-01-01 5.2", 0, jd(2000, 1, 1) + 5 / 24.0 + 2 / 8.64e6, 2, 0, 14},
+        {"2000-01-01\t5", 0, jd(2000, 1, 1), 2, 0, 10}, // a tab separates
         {"2000-01-01T6", 0, jd(2000, 1, 1) + 0.25, 2, 0, 12},
         {"1999", 1, jd(1999, 1, 1), 2, 0, 4},
         {"1999", 0, 1999, 1, 0, 4},
@@ -67,10 +71,13 @@ TEST_F(Values, SpellingsInOrder) {
         double v = 123;
         int kind = -1, flag = -1;
         const char *end = ReadValueToken(r.text, r.yearIsDate, &v, &kind, &flag);
-        EXPECT_TRUE(kind == r.kind && flag == r.flag && end - r.text == r.consumed) << r.text;
-        EXPECT_TRUE(std::isnan(r.value) ? bitsOf(v) == bitsOf(NA)
-                                        : v == r.value || std::fabs(v - r.value) <= 1e-15 * std::fabs(r.value))
-            << r.text;
+        EXPECT_EQ(kind, r.kind) << r.text;
+        EXPECT_EQ(flag, r.flag) << r.text;
+        EXPECT_EQ(end - r.text, r.consumed) << r.text;
+        if (std::isnan(r.value) || std::isinf(r.value))
+            EXPECT_EQ(bitsOf(v), bitsOf(r.value)) << r.text;
+        else
+            EXPECT_NEAR(v, r.value, 1e-15 * std::fabs(r.value)) << r.text;
     }
 }
 
@@ -121,6 +128,42 @@ TEST_F(Values, StreamReader) {
     }
     std::fclose(f);
     EXPECT_EQ(ReadFileValue(nullptr, nullptr), -1);
+}
+
+// Numbers of any length and numbers written against each other by fixed-width output, read from
+// a stream, against the C library's own "%lf" scan of the same lines.
+TEST_F(Values, StreamNumbersAsTheCLibraryScansThem) {
+    const std::string longMantissa = "0." + std::string(300, '3') + "7";
+    const std::string longInteger = "1" + std::string(200, '0');
+    const std::string lines[] = {
+        longMantissa + " 2 3",
+        longInteger + "," + longMantissa + ",4",
+        "1.5-2.25 5",
+        "-1.5e-3-2.5e+2+7 8",
+        "123456789012345678901234567890.123456789012345678901234567890e-10 1",
+    };
+    std::FILE *f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    for (const auto &line : lines) std::fprintf(f, "%s\n", line.c_str());
+    std::rewind(f);
+    for (const auto &line : lines) {
+        std::vector<double> want;
+        const char *p = line.c_str();
+        for (;;) {
+            while (*p == ' ' || *p == ',') ++p;
+            double x;
+            int n = 0;
+            if (std::sscanf(p, "%lf%n", &x, &n) != 1) break;
+            want.push_back(x);
+            p += n;
+        }
+        std::vector<double> got;
+        double v;
+        while (ReadFileValue(f, &v) == 1) got.push_back(v);
+        ASSERT_EQ(got.size(), want.size()) << line;
+        for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(bitsOf(got[i]), bitsOf(want[i])) << line << " value " << i;
+    }
+    std::fclose(f);
 }
 
 // Only variable 0 and observations 0..6 are cleaned; the texts go to the text channel.
