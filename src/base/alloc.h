@@ -52,6 +52,11 @@ public:
     bool ok() const { return p_ != nullptr; }
     T *get() const { return p_; }
     T &operator[](size_t i) const { return p_[i]; }
+    // Takes ownership of p (from KvMalloc), freeing what was held.
+    void reset(T *p) {
+        KvFree(p_);
+        p_ = p;
+    }
     T *release() {
         T *p = p_;
         p_ = nullptr;

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "base/alloc.h"
+#include "base/carve.h"
 #include "base/sums.h"
 #include "matrix/cholesky.h"
 #include "matrix/matrix.h"
@@ -50,6 +51,11 @@ void fittedValues(double *fit, const double *b, MATRIX X, int k, int lo, int hi)
     }
 }
 
+// The per-equation outputs, each null when not asked for.
+struct RlsOutputs {
+    MATRIX coef, stdinnov, innov, rss, resid;
+};
+
 void fillMissing(MATRIX m, long long rows, int cols) {
     if (m && rows > 0 && rows <= INT_MAX) MatSetMissing(m, static_cast<int>(rows), cols);
 }
@@ -63,6 +69,125 @@ void loadTransposed(MATRIX dst, MATRIX src, int vars, int first, int T, int ncol
     }
     for (int v = 0; v < vars; ++v)
         for (int c = T; c < ncol; ++c) dst[v][c] = 0.0;
+}
+
+// All scratch of one recursion, carved from one block. Observation first + c is column c of the
+// working copies.
+struct RlsWork {
+    MATRIX Yw, Xw;      // n x ncol and k x ncol working copies, observations as columns
+    MATRIX P;           // k x k: the inverse moment matrix
+    MATRIX XY, B;       // n x k: sums of y(e,t) x(t), current coefficients
+    MATRIX Bfull, S, W; // system statistic only: refit coefficients, residual cross-products, scratch
+    MATRIX R;           // system statistic only: n x ncol residuals of the refit
+    double *w, *rssRun; // n: standardised innovations, running residual sums of squares
+    double *x, *g;      // k: the current regressors, P x
+    double *fit;        // ncol: fitted values of one equation
+    MatLsqWork lsq;     // the full refits
+};
+
+void layoutWork(KvCarve &c, RlsWork *wk, int n, int k, int ncol, int T, bool wantS) {
+    wk->Yw = c.matrix(n, ncol);
+    wk->Xw = c.matrix(k, ncol);
+    wk->P = c.matrix(k, k);
+    wk->XY = c.matrix(n, k);
+    wk->B = c.matrix(n, k);
+    // The n x n pieces exist only for the system statistic: a system of many equations that
+    // does not ask for it must not need n^2 doubles.
+    wk->Bfull = wantS ? c.matrix(n, k) : nullptr;
+    wk->S = wantS ? c.matrix(n, n) : nullptr;
+    wk->W = wantS ? c.matrix(n, n) : nullptr;
+    wk->R = wantS ? c.matrix(n, ncol) : nullptr;
+    wk->w = c.take<double>(static_cast<size_t>(n));
+    wk->rssRun = c.take<double>(static_cast<size_t>(n));
+    wk->x = c.take<double>(static_cast<size_t>(k));
+    wk->g = c.take<double>(static_cast<size_t>(k));
+    wk->fit = c.take<double>(static_cast<size_t>(ncol));
+    MatLsqWorkLayout(c, &wk->lsq, k, n, T);
+}
+
+// The rank-one update of P for the regressors x: g = P x, f = 1 + x'g, P <- P - g g' / f. Each
+// element is (g_j g_i) / f, the same for (i, j) and (j, i), so P stays exactly symmetric; the
+// triangle is computed and mirrored. Returns f; a non-positive f leaves P as it was.
+double updateInverse(RlsWork *wk, int k) {
+    MATRIX P = wk->P;
+    const double *x = wk->x;
+    double *g = wk->g;
+    for (int i = 0; i < k; ++i) g[i] = KvDot(P[i], x, k);
+    const double f = 1.0 + KvDot(x, g, k);
+    if (f <= 0.0) return f;
+    for (int i = 0; i < k; ++i)
+        for (int j = i; j < k; ++j) {
+            P[i][j] -= (g[j] * g[i]) / f;
+            P[j][i] = P[i][j];
+        }
+    return f;
+}
+
+// The full re-estimation from the observations up to column c (observation t): P anew and, for
+// the system statistic, the residual cross-products S of the refit. Returns the fit's status.
+int refit(RlsWork *wk, int n, int k, int c, int first, int t, bool wantS) {
+    // Bfull feeds only S, so the dependent rows are reflected only when the statistic is wanted.
+    const int status = MatLsqFit(wk->Xw, k, c + 1, wk->Yw, wantS ? n : 0, wk->Bfull, wk->P, &wk->lsq);
+    if (wantS) {
+        for (int e = 0; e < n; ++e) {
+            double *r = wk->R[e];
+            const double *y = wk->Yw[e];
+            fittedValues(r, wk->Bfull[e], wk->Xw, k, first, t);
+            for (int col = first; col <= t; ++col) r[col] = y[col] - r[col];
+        }
+        MatMulAAtRange(wk->R, n, first, t, wk->S);
+    }
+    return status;
+}
+
+// The outputs of observation t (column c) for every equation: innovation v, standardised
+// innovation v / sqrt(f), the coefficients from the updated cross-products, the residual and the
+// residual sum of squares (recomputed after a full step, accumulated otherwise).
+void equationStep(RlsWork *wk, int n, int k, int c, int t, double f, bool full, const RlsOutputs &out) {
+    const double sf = std::sqrt(f);
+    const double *x = wk->x;
+    for (int e = 0; e < n; ++e) {
+        const double y = wk->Yw[e][c];
+        double *xy = wk->XY[e];
+        double *b = wk->B[e];
+        double s = 0.0;
+        for (int j = 0; j < k; ++j) {
+            s += b[j] * x[j];
+            xy[j] += x[j] * y;
+        }
+        const double v = y - s;
+        for (int j = 0; j < k; ++j) b[j] = KvDot(wk->P[j], xy, k);
+        const double we = v / sf;
+        wk->w[e] = we;
+        if (out.resid) out.resid[e][t] = y - KvDot(x, b, k);
+        if (out.innov) out.innov[e][t] = v;
+        if (out.stdinnov) out.stdinnov[e][t] = we;
+        if (out.coef)
+            for (int j = 0; j < k; ++j) out.coef[e * k + j][t] = b[j];
+        if (out.rss) {
+            if (full) {
+                // Columns 0..c, as the start indexing has it (docs/rls.md).
+                fittedValues(wk->fit, b, wk->Xw, k, 0, c);
+                wk->rssRun[e] = sumSquaredDifferences(wk->Yw[e], wk->fit, c + 1);
+            } else {
+                wk->rssRun[e] += we * we;
+            }
+            out.rss[e][t] = wk->rssRun[e];
+        }
+    }
+}
+
+// -1/2 log det(S / T), S accumulated by the standardised innovations between full steps;
+// missing when S / T is not positive definite.
+double systemStatistic(RlsWork *wk, int n, int T, bool full) {
+    MATRIX S = wk->S, W = wk->W;
+    if (!full)
+        for (int r = 0; r < n; ++r)
+            for (int q = 0; q < n; ++q) S[r][q] += wk->w[q] * wk->w[r];
+    for (int r = 0; r < n; ++r)
+        for (int q = 0; q < n; ++q) W[r][q] = S[r][q] / T;
+    double logdet;
+    return MatLogDet(W, n, &logdet, W) == 0 ? -0.5 * logdet : MissingValueOf();
 }
 
 } // namespace
@@ -86,125 +211,44 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
     const int T = last - first + 1;
     const int ncol = last + 1 > T + 1 ? last + 1 : T + 1;
     const bool wantS = sysstat != nullptr;
+    const RlsOutputs out{coef, stdinnov, innov, rss, resid};
 
-    MatOwner Yw(n, ncol), Xw(k, ncol), P(k, k), XY(n, k), B(n, k), Bfull(n, k), S(n, n), W(n, n);
-    MatOwner R;
-    KvArray<double> w(static_cast<size_t>(n)), rssRun(static_cast<size_t>(n)), x(static_cast<size_t>(k)),
-        g(static_cast<size_t>(k)), fit(static_cast<size_t>(ncol));
-    MatLsqWork work;
-    if (!Yw.get() || !Xw.get() || !P.get() || !XY.get() || !B.get() || !Bfull.get() || !S.get() || !W.get() ||
-        !w.ok() || !rssRun.ok() || !x.ok() || !g.ok() || !fit.ok() || (wantS && !R.alloc(n, ncol)) ||
-        !MatLsqWorkAlloc(&work, k, n, T))
-        return 0;
+    RlsWork wk;
+    KvArray<char> block;
+    block.reset(static_cast<char *>(KvCarveBlock([&](KvCarve &c) { layoutWork(c, &wk, n, k, ncol, T, wantS); })));
+    if (!block.ok()) return 0;
 
-    loadTransposed(Yw, Y, n, first, T, ncol);
-    loadTransposed(Xw, X, k, first, T, ncol);
-    MatZero(B, n, k);
-    MatZero(S, n, n);
-    MatZero(W, n, n);
+    loadTransposed(wk.Yw, Y, n, first, T, ncol);
+    loadTransposed(wk.Xw, X, k, first, T, ncol);
+    MatZero(wk.B, n, k);
+    MatZero(wk.S, n, n);
+    MatZero(wk.W, n, n);
 
     // The cross-products start from the absolute columns first..first+k-1 of the working copies
     // (the first k observations when first = 0; see docs/rls.md for first > 0).
-    MatMulABtRange(Yw, n, first, first + k - 1, Xw, k, XY);
+    MatMulABtRange(wk.Yw, n, first, first + k - 1, wk.Xw, k, wk.XY);
     // Exactly identified start: the coefficients that give the first innovations. Its P and its
     // residual cross-products are superseded by the full step that always comes first.
-    MatLsqFit(Xw, k, k, Yw, n, B, P, &work);
+    MatLsqFit(wk.Xw, k, k, wk.Yw, n, wk.B, wk.P, &wk.lsq);
 
-    bool refit = true;
+    bool needRefit = true;
     for (int c = k;; ++c) {
         const int t = first + c;
-        const int step = c - k;
-        for (int j = 0; j < k; ++j) x[j] = Xw.get()[j][c];
-
-        // Update step: g = P x, f = 1 + x'g, P <- P - g g' / f. Each element is (g_j g_i) / f,
-        // the same for (i, j) and (j, i), so P stays exactly symmetric; the triangle is computed
-        // and mirrored.
-        bool full = refit || t == force || step % RlsRefitInterval == 0;
-        double f = 0.0;
-        if (!full) {
-            for (int i = 0; i < k; ++i) g[i] = KvDot(P.get()[i], x.get(), k);
-            f = 1.0 + KvDot(x.get(), g.get(), k);
-            if (f <= 0.0) {
-                full = true;
-            } else {
-                for (int i = 0; i < k; ++i) {
-                    double *pi = P.get()[i];
-                    for (int j = i; j < k; ++j) {
-                        pi[j] -= (g[j] * g[i]) / f;
-                        P.get()[j][i] = pi[j];
-                    }
-                }
-            }
-        }
+        for (int j = 0; j < k; ++j) wk.x[j] = wk.Xw[j][c];
+        bool full = needRefit || t == force || (c - k) % RlsRefitInterval == 0;
+        double f = full ? 0.0 : updateInverse(&wk, k);
+        if (f <= 0.0) full = true;
         if (full) {
-            // Bfull feeds only the residual cross-products S, so the dependent rows are reflected
-            // only when the system statistic is wanted.
-            const int status = MatLsqFit(Xw, k, c + 1, Yw, wantS ? n : 0, wantS ? Bfull.get() : nullptr, P, &work);
-            refit = status != 1;
-            if (wantS) {
-                for (int e = 0; e < n; ++e) {
-                    double *r = R.get()[e];
-                    const double *y = Yw.get()[e];
-                    fittedValues(r, Bfull.get()[e], Xw, k, first, t);
-                    for (int col = first; col <= t; ++col) r[col] = y[col] - r[col];
-                }
-                MatMulAAtRange(R, n, first, t, S);
-            }
+            needRefit = refit(&wk, n, k, c, first, t, wantS) != 1;
             // P already includes observation t here, unlike the update step.
-            f = 1.0 + MatQuadFormCol(c, Xw, P, k);
+            f = 1.0 + MatQuadFormCol(c, wk.Xw, wk.P, k);
             if (f <= 0.0) return 0;
         }
-
-        const double sf = std::sqrt(f);
-        for (int e = 0; e < n; ++e) {
-            const double y = Yw.get()[e][c];
-            double *xy = XY.get()[e];
-            double *b = B.get()[e];
-            double s = 0.0;
-            for (int j = 0; j < k; ++j) {
-                s += b[j] * x[j];
-                xy[j] += x[j] * y;
-            }
-            const double v = y - s;
-            for (int j = 0; j < k; ++j) b[j] = KvDot(P.get()[j], xy, k);
-            const double we = v / sf;
-            w[e] = we;
-            if (resid) resid[e][t] = y - KvDot(x.get(), b, k);
-            if (innov) innov[e][t] = v;
-            if (stdinnov) stdinnov[e][t] = we;
-            if (coef)
-                for (int j = 0; j < k; ++j) coef[e * k + j][t] = b[j];
-            if (rss) {
-                if (full) {
-                    fittedValues(fit.get(), b, Xw, k, 0, c);
-                    rssRun[e] = sumSquaredDifferences(Yw.get()[e], fit.get(), c + 1);
-                } else {
-                    rssRun[e] += we * we;
-                }
-                rss[e][t] = rssRun[e];
-            }
-        }
-
+        equationStep(&wk, n, k, c, t, f, full, out);
         if (pdiag)
-            for (int j = 0; j < k; ++j) {
-                const double d = P.get()[j][j];
-                if (d != 0.0) pdiag[j][t] = d;
-            }
-
-        if (wantS) {
-            MATRIX Sm = S.get(), Wm = W.get();
-            if (!full)
-                for (int r = 0; r < n; ++r)
-                    for (int q = 0; q < n; ++q) Sm[r][q] += w[q] * w[r];
-            for (int r = 0; r < n; ++r)
-                for (int q = 0; q < n; ++q) Wm[r][q] = Sm[r][q] / T;
-            double logdet;
-            if (MatLogDet(Wm, n, &logdet, Wm) == 0)
-                sysstat[0][t] = -0.5 * logdet;
-            else
-                MissingValue(&sysstat[0][t]);
-        }
-
+            for (int j = 0; j < k; ++j)
+                if (wk.P[j][j] != 0.0) pdiag[j][t] = wk.P[j][j];
+        if (wantS) sysstat[0][t] = systemStatistic(&wk, n, T, full);
         if (t == last) return 1;
     }
 }

@@ -19,8 +19,11 @@ extern const double MatDefaultRankTolerance;
 int MatSetRankTolerance(double tol);
 double MatGetRankTolerance();
 
+class KvCarve;
+
 // Workspace of a fit, made once and reused so that repeated fits (the recursive estimators'
 // refits) allocate nothing. Capacity: up to kcap variables, ncap dependent rows, cap observations.
+// Its pieces lie in one block: its own (MatLsqWorkAlloc) or part of a caller's (MatLsqWorkLayout).
 struct MatLsqWork {
     int kcap = 0, ncap = 0, cap = 0;
     MATRIX a = nullptr;     // kcap x cap: the variable rows, reduced in place; rows swap with the pivots
@@ -30,6 +33,7 @@ struct MatLsqWork {
     double *diag = nullptr; // kcap: diagonal of L
     double *coef = nullptr; // kcap: coefficients of one equation in pivoted order
     int *perm = nullptr;    // kcap: perm[i] = original index of the variable in pivot position i
+    void *block = nullptr;  // the one allocation, when the workspace owns it
     // Filled by each fit, for callers and tests that want the detail:
     int steps = 0; // reflections made (the triangularisation stops early at an all-zero remainder)
     int rank = 0;  // leading diagonal elements above the rank threshold
@@ -40,10 +44,13 @@ struct MatLsqWork {
     MatLsqWork &operator=(const MatLsqWork &) = delete;
 };
 
-// 1 on success; on failure nothing is held. MatLsqWorkFree (also run by the destructor) releases
-// everything and accepts a never-made workspace.
+// 1 on success (one allocation); on failure nothing is held. MatLsqWorkFree (also run by the
+// destructor) releases it and accepts a never-made workspace.
 int MatLsqWorkAlloc(MatLsqWork *w, int kcap, int ncap, int cap);
 void MatLsqWorkFree(MatLsqWork *w);
+// Describes the workspace's pieces to a carve (base/carve.h), so that a caller can place them in
+// its own one block; such a workspace owns nothing. 0 for capacities that cannot be a workspace.
+int MatLsqWorkLayout(KvCarve &carve, MatLsqWork *w, int kcap, int ncap, int cap);
 
 // Fits Y (n rows) on X (k rows) over observation columns 0..count-1 with the workspace w.
 // B (n x k) and P (k x k) may each be null (their work is skipped; with B null or n = 0 the

@@ -194,7 +194,7 @@ TEST(EstimatorExports, AllocationFailures) {
         long hostAllocs;
         Outcome host;
     } rows[] = {
-        {kRls, 33, {ZERO, MISSING}, 14, {ZERO, UNTOUCHED}},
+        {kRls, 1, {ZERO, MISSING}, 14, {ZERO, UNTOUCHED}},
         {kGarch, 1, {ZERO, MISSING}, 4, {ZERO, UNTOUCHED}},
         {kEgarch, 1, {ONE, ZEROED}, 4, {ZERO, UNTOUCHED}},
         {kProbit, 1, {SAME, OUTER_ZEROED}, 10, {NAN_VALUE, UNTOUCHED}},
@@ -285,6 +285,33 @@ TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
         }
     }
     EXPECT_EQ(pairs, 7 * 5 + 2 * 9 + 2 * 9 + 5 * 4 + 5 * 7 + 2 * 3 + 3 * 2 * 2 + 1 * 3);
+}
+
+TEST(EstimatorExports, RecursionOverManyEquations) {
+    // 65,536 equations on one regressor: without the system statistic nothing of size n x n is
+    // made, and the coefficients are the least-squares ones; with it, the n x n scratch (2^32
+    // doubles) is refused, on a 32-bit build by the size check in size_t rather than by a
+    // wrapped, too small block, and the call fails with status 0.
+    const int n = 65536;
+    const Vec x = {1, 2, 3};
+    Vec y = Lcg{11}.draws(3 * static_cast<size_t>(n));
+    const size_t limit = KvAllocSetLimit(size_t(1) << 30);
+    for (const bool withStatistic : {false, true}) {
+        SCOPED_TRACE(withStatistic ? "with the system statistic" : "without it");
+        HostCall c;
+        c.mat(0, 3, n, y).mat(1, 3, 1, x).num(2, 0).num(3, 2).num(4, -1).ref(5);
+        if (withStatistic) c.ref(11);
+        ASSERT_EQ(c.invoke(FnRlsEst), 1);
+        EXPECT_EQ(c.status(), withStatistic ? 0 : 1);
+        if (withStatistic) continue;
+        const Vec coef = c.out(5); // n x 3, equation e in row e
+        ASSERT_EQ(coef.size(), 3u * n);
+        for (const int e : {0, 1, n - 1}) {
+            const double sxy = x[0] * y[e] + x[1] * y[n + e] + x[2] * y[2 * n + e];
+            EXPECT_NEAR(coef[3 * e + 2], sxy / 14.0, 1e-14) << "equation " << e;
+        }
+    }
+    KvAllocSetLimit(limit);
 }
 
 TEST(EstimatorExports, KroneckerIndicesOfAnEmptyProduct) {
