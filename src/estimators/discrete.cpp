@@ -101,7 +101,133 @@ double ProbitEval(const double *beta, int k, const double *y, MATRIX X, int n, c
     return llf.value();
 }
 
+namespace {
+
+// The shape of a logit problem, derived once per evaluation.
+struct LogitShape {
+    int n, m, kx, na, k, xa; // na attributes with generic coefficients; xa = index of the first
+    bool grouped;
+};
+
+// Category probabilities of observation i into p (m values). Utilities v_ij = offset + x_i'beta_j
+// (j >= 1) + sum_a z_iaj gamma_a, shifted by M = max(0, v_ij): the running maximum starts at 0.0,
+// so a row of utilities all below about -745 underflows to 0/0 and yields NaN probabilities.
+// Clamped to [floor, 1], not renormalised.
+void logitProbabilities(const LogitProblem &pb, const LogitShape &sh, int i, double *p) {
+    const double *xi = sh.kx > 0 ? pb.X[i] : nullptr;
+    const double *zi = sh.na > 0 ? pb.Z[i] : nullptr;
+    const double *battr = pb.beta + sh.xa;
+    double shift = 0.0;
+    for (int j = 0; j < sh.m; ++j) {
+        double v = pb.offset && j < pb.ocols ? pb.offset[i][j] : 0.0;
+        if (j >= 1 && sh.kx > 0) v += dot(xi, pb.beta + (j - 1) * sh.kx, sh.kx);
+        for (int a = 0; a < sh.na; ++a) v += zi[a * sh.m + j] * battr[a];
+        p[j] = v;
+        if (v > shift) shift = v;
+    }
+    double total = 0.0;
+    for (int j = 0; j < sh.m; ++j) {
+        p[j] = std::exp(p[j] - shift);
+        total += p[j];
+    }
+    for (int j = 0; j < sh.m; ++j) {
+        double pj = p[j] / total;
+        if (pj < kDiscreteProbFloor) pj = kDiscreteProbFloor;
+        if (pj > 1.0) pj = 1.0;
+        p[j] = pj;
+    }
+}
+
+// The outcome of observation i: a valid code (*code, one trial) or a row of finite non-negative
+// counts (*trials their sum); false when it is neither.
+bool logitOutcome(const LogitProblem &pb, const LogitShape &sh, int i, int *code, double *trials) {
+    const double *yi = pb.y[i];
+    *code = -1;
+    *trials = 1.0;
+    if (!sh.grouped) {
+        const double c = std::trunc(yi[0]);
+        if (!(c >= 0.0 && c < sh.m)) return false;
+        *code = static_cast<int>(c);
+        return true;
+    }
+    *trials = 0.0;
+    bool valid = true;
+    for (int j = 0; j < sh.m; ++j) {
+        if (!(yi[j] >= 0.0 && yi[j] < HUGE_VAL)) valid = false;
+        *trials += yi[j];
+    }
+    return valid;
+}
+
+// The score of observation i added into s: s_i = -w sum_j d_ij D_ij, d_ij = N_i p_ij - y_ij
+// (N_i = 1 and y_ij = 1{j = y_i} for codes), D_ij the design vector of category j.
+void logitScore(const LogitProblem &pb, const LogitShape &sh, int i, const double *p, int code, double trials,
+                double wi, double *s) {
+    const double *xi = sh.kx > 0 ? pb.X[i] : nullptr;
+    const double *zi = sh.na > 0 ? pb.Z[i] : nullptr;
+    const double *yi = pb.y[i];
+    for (int j = 1; j < sh.m; ++j) {
+        const double d = sh.grouped ? trials * p[j] - yi[j] : p[j] - (j == code ? 1.0 : 0.0);
+        const double c = -wi * d;
+        double *sj = s + (j - 1) * sh.kx;
+        for (int l = 0; l < sh.kx; ++l) sj[l] += c * xi[l];
+    }
+    for (int a = 0; a < sh.na; ++a) {
+        double acc = 0.0;
+        for (int j = 0; j < sh.m; ++j) {
+            const double d = sh.grouped ? trials * p[j] - yi[j] : p[j] - (j == code ? 1.0 : 0.0);
+            acc += zi[a * sh.m + j] * d;
+        }
+        s[sh.xa + a] += -wi * acc;
+    }
+}
+
+// The information of observation i (lower triangle) added into info, scaled by w_i N_i: the
+// covariance under p_i of the category design vectors. zbar: na values of scratch.
+void logitInformation(const LogitProblem &pb, const LogitShape &sh, int i, const double *p, double scale, double *zbar,
+                      MATRIX info) {
+    const int m = sh.m, kx = sh.kx, na = sh.na, xa = sh.xa;
+    const double *xi = kx > 0 ? pb.X[i] : nullptr;
+    const double *zi = na > 0 ? pb.Z[i] : nullptr;
+    // x-blocks: Cov(1{j} x, 1{h} x) = (1{j = h} p_j - p_j p_h) x x'.
+    for (int j = 1; j < m; ++j)
+        for (int h = 1; h <= j; ++h) {
+            const double c = scale * (h == j ? p[j] * (1.0 - p[j]) : -p[j] * p[h]);
+            for (int l = 0; l < kx; ++l) {
+                double *row = info[(j - 1) * kx + l] + (h - 1) * kx;
+                const double cl = c * xi[l];
+                const int rmax = h == j ? l : kx - 1;
+                for (int r = 0; r <= rmax; ++r) row[r] += cl * xi[r];
+            }
+        }
+    if (na == 0) return;
+    for (int a = 0; a < na; ++a) {
+        double s = 0.0;
+        for (int j = 0; j < m; ++j) s += p[j] * zi[a * m + j];
+        zbar[a] = s;
+    }
+    for (int a = 0; a < na; ++a) {
+        double *row = info[xa + a];
+        // Attribute against x-block h: Cov(z_a, 1{h} x) = p_h (z_ah - zbar_a) x.
+        for (int h = 1; h < m; ++h) {
+            const double c = scale * p[h] * (zi[a * m + h] - zbar[a]);
+            double *blk = row + (h - 1) * kx;
+            for (int r = 0; r < kx; ++r) blk[r] += c * xi[r];
+        }
+        // Attribute against attribute, in the centred form (exact when the probabilities sum to
+        // one, and free of cancellation).
+        for (int b = 0; b <= a; ++b) {
+            double s = 0.0;
+            for (int j = 0; j < m; ++j) s += p[j] * (zi[a * m + j] - zbar[a]) * (zi[b * m + j] - zbar[b]);
+            row[xa + b] += scale * s;
+        }
+    }
+}
+
+} // namespace
+
 long LogitParamCount(int m, int kx, int kz) {
+
     if (m < 1 || kx < 0 || kz < 0) return -1;
     long long k = static_cast<long long>(m - 1) * kx + kz / m;
     if (k > 0x3FFFFFFF) return -1;
@@ -109,154 +235,62 @@ long LogitParamCount(int m, int kx, int kz) {
 }
 
 int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut) {
-    const int n = pb.n, m = pb.m, kx = pb.kx;
-    const int na = pb.kz / m; // attributes with a generic coefficient each
-    const int k = static_cast<int>(LogitParamCount(m, kx, pb.kz));
-    const int xa = (m - 1) * kx; // first attribute parameter
-    const bool grouped = pb.ycols > 1;
-    const bool wantScore = out.score || out.outer;
+    LogitShape sh;
+    sh.n = pb.n;
+    sh.m = pb.m;
+    sh.kx = pb.kx;
+    sh.na = pb.kz / pb.m;
+    sh.k = static_cast<int>(LogitParamCount(pb.m, pb.kx, pb.kz));
+    sh.xa = (pb.m - 1) * pb.kx;
+    sh.grouped = pb.ycols > 1;
+    const int k = sh.k;
 
-    // Scratch: probabilities (m); attribute means under p_i (na) for the information; the
-    // per-observation score (k) for the outer product only.
-    size_t need = static_cast<size_t>(m) + (out.info ? na : 0) + (out.outer ? k : 0);
+    // One block of scratch: probabilities (m); attribute means under p_i (na) for the
+    // information; the per-observation score (k) for the outer product only.
+    const size_t need = static_cast<size_t>(sh.m) + (out.info ? sh.na : 0) + (out.outer ? k : 0);
     KvArray<double> scratch(need);
     if (!scratch.ok()) return 0;
     double *p = scratch.get();
-    double *zbar = p + m;
-    double *si = zbar + (out.info ? na : 0);
+    double *zbar = p + sh.m;
+    double *si = zbar + (out.info ? sh.na : 0);
 
     if (out.score) zeroVector(out.score, k);
     if (out.info) MatZero(out.info, k, k);
     if (out.outer) MatZero(out.outer, k, k);
-    const double *battr = pb.beta + xa;
 
     KvCompensatedSum llf;
-    for (int i = 0; i < n; ++i) {
-        const double *xi = kx > 0 ? pb.X[i] : nullptr;
-        const double *zi = na > 0 ? pb.Z[i] : nullptr;
-        // Utilities, and the shift M = max(0, v_ij): the running maximum starts at 0.0, so a
-        // row of utilities all below about -745 underflows to 0/0 and yields NaN probabilities.
-        double shift = 0.0;
-        for (int j = 0; j < m; ++j) {
-            double v = pb.offset && j < pb.ocols ? pb.offset[i][j] : 0.0;
-            if (j >= 1 && kx > 0) v += dot(xi, pb.beta + (j - 1) * kx, kx);
-            for (int a = 0; a < na; ++a) v += zi[a * m + j] * battr[a];
-            p[j] = v;
-            if (v > shift) shift = v;
-        }
-        double total = 0.0;
-        for (int j = 0; j < m; ++j) {
-            p[j] = std::exp(p[j] - shift);
-            total += p[j];
-        }
-        // Clamped, not renormalised.
-        for (int j = 0; j < m; ++j) {
-            double pj = p[j] / total;
-            if (pj < kDiscreteProbFloor) pj = kDiscreteProbFloor;
-            if (pj > 1.0) pj = 1.0;
-            p[j] = pj;
-        }
+    for (int i = 0; i < sh.n; ++i) {
+        logitProbabilities(pb, sh, i, p);
         if (out.prob)
-            for (int j = 0; j < m; ++j) out.prob[i][j] = p[j];
-
-        // Outcome: a valid code, or a row of finite non-negative counts.
-        double wi = pb.w ? pb.w[i] : 1.0;
-        const double *yi = pb.y[i];
-        int code = -1;
-        double trials = 1.0;
-        bool valid;
-        if (!grouped) {
-            double c = std::trunc(yi[0]);
-            valid = c >= 0.0 && c < m;
-            if (valid) code = static_cast<int>(c);
-        } else {
-            valid = true;
-            trials = 0.0;
-            for (int j = 0; j < m; ++j) {
-                if (!(yi[j] >= 0.0 && yi[j] < HUGE_VAL)) valid = false;
-                trials += yi[j];
-            }
-        }
-        if (!valid) {
+            for (int j = 0; j < sh.m; ++j) out.prob[i][j] = p[j];
+        int code;
+        double trials;
+        if (!logitOutcome(pb, sh, i, &code, &trials)) {
             if (out.llfObs) MissingValue(&out.llfObs[i]);
             continue;
         }
+        const double wi = pb.w ? pb.w[i] : 1.0;
         double li;
-        if (!grouped) {
+        if (!sh.grouped) {
             li = wi * std::log(p[code]);
         } else {
             double s = 0.0;
-            for (int j = 0; j < m; ++j)
-                if (yi[j] != 0.0) s += yi[j] * std::log(p[j]);
+            for (int j = 0; j < sh.m; ++j)
+                if (pb.y[i][j] != 0.0) s += pb.y[i][j] * std::log(p[j]);
             li = wi * s;
         }
         llf.add(li);
         if (out.llfObs) out.llfObs[i] = li;
-
-        if (wantScore) {
-            // s_i = -w sum_j d_ij D_ij, d_ij = N_i p_ij - y_ij (N_i = 1 and y_ij = 1{j = y_i}
-            // for codes), D_ij the design vector of category j.
-            double *s = out.outer ? si : out.score;
-            if (out.outer) zeroVector(si, k);
-            for (int j = 1; j < m; ++j) {
-                double d = grouped ? trials * p[j] - yi[j] : p[j] - (j == code ? 1.0 : 0.0);
-                double c = -wi * d;
-                double *sj = s + (j - 1) * kx;
-                for (int l = 0; l < kx; ++l) sj[l] += c * xi[l];
-            }
-            for (int a = 0; a < na; ++a) {
-                double acc = 0.0;
-                for (int j = 0; j < m; ++j) {
-                    double d = grouped ? trials * p[j] - yi[j] : p[j] - (j == code ? 1.0 : 0.0);
-                    acc += zi[a * m + j] * d;
-                }
-                s[xa + a] += -wi * acc;
-            }
-            if (out.outer) {
-                if (out.score)
-                    for (int j = 0; j < k; ++j) out.score[j] += si[j];
-                addOuter(out.outer, si, k);
-            }
+        if (out.outer) {
+            zeroVector(si, k);
+            logitScore(pb, sh, i, p, code, trials, wi, si);
+            if (out.score)
+                for (int j = 0; j < k; ++j) out.score[j] += si[j];
+            addOuter(out.outer, si, k);
+        } else if (out.score) {
+            logitScore(pb, sh, i, p, code, trials, wi, out.score);
         }
-
-        if (out.info) {
-            double scale = wi * trials;
-            // x-blocks: Cov(1{j} x, 1{h} x) = (1{j = h} p_j - p_j p_h) x x', lower triangle.
-            for (int j = 1; j < m; ++j) {
-                for (int h = 1; h <= j; ++h) {
-                    double c = scale * (h == j ? p[j] * (1.0 - p[j]) : -p[j] * p[h]);
-                    for (int l = 0; l < kx; ++l) {
-                        double *row = out.info[(j - 1) * kx + l] + (h - 1) * kx;
-                        double cl = c * xi[l];
-                        int rmax = h == j ? l : kx - 1;
-                        for (int r = 0; r <= rmax; ++r) row[r] += cl * xi[r];
-                    }
-                }
-            }
-            if (na > 0) {
-                for (int a = 0; a < na; ++a) {
-                    double s = 0.0;
-                    for (int j = 0; j < m; ++j) s += p[j] * zi[a * m + j];
-                    zbar[a] = s;
-                }
-                for (int a = 0; a < na; ++a) {
-                    double *row = out.info[xa + a];
-                    // Attribute against x-block h: Cov(z_a, 1{h} x) = p_h (z_ah - zbar_a) x.
-                    for (int h = 1; h < m; ++h) {
-                        double c = scale * p[h] * (zi[a * m + h] - zbar[a]);
-                        double *blk = row + (h - 1) * kx;
-                        for (int r = 0; r < kx; ++r) blk[r] += c * xi[r];
-                    }
-                    // Attribute against attribute, in the centred form (exact when the
-                    // probabilities sum to one, and free of cancellation).
-                    for (int b = 0; b <= a; ++b) {
-                        double s = 0.0;
-                        for (int j = 0; j < m; ++j) s += p[j] * (zi[a * m + j] - zbar[a]) * (zi[b * m + j] - zbar[b]);
-                        row[xa + b] += scale * s;
-                    }
-                }
-            }
-        }
+        if (out.info) logitInformation(pb, sh, i, p, wi * trials, zbar, out.info);
     }
     if (out.info) mirrorLower(out.info, k);
     *llfOut = llf.value();
