@@ -186,6 +186,69 @@ TEST(Logit, AgreesWithTranscription) {
     }
 }
 
+// The one check that cannot share a derivation error with the code: the scores against central
+// differences of the log-likelihood, and the information against central differences of the
+// score. For the logit the expected information is the negative Hessian exactly. For the probit
+// it is the negative Hessian of the expected log-likelihood, whose outcomes are the fitted
+// probabilities: each observation twice, as a 1 with weight w P1 and as a 0 with weight w P0.
+TEST(Discrete, DerivativesAgainstFiniteDifferences) {
+    Model probit = makeModel(60, 2, 4, 0, 11, true);
+    Model logit = makeModel(40, 3, 2, 2, 20, false);
+    HostCall pc, lc;
+    setProbit(pc, probit);
+    run(pc, FnBinProbitRz);
+    setLogit(lc, logit, logit.y, 1);
+    run(lc, FnLogitRz);
+    const Vec p1 = pc.out(6); // P0, P1 per observation
+    Model expected = probit;  // the probit's expected log-likelihood as a data set
+    expected.n = 2 * probit.n;
+    expected.X.clear(), expected.y.clear(), expected.w.clear();
+    for (int copy = 0; copy < 2; ++copy)
+        for (int i = 0; i < probit.n; ++i) {
+            expected.X.insert(expected.X.end(), probit.X.begin() + i * probit.k, probit.X.begin() + (i + 1) * probit.k);
+            expected.y.push_back(copy == 0 ? 1.0 : 0.0);
+            expected.w.push_back(probit.w[i] * p1[2 * i + 1 - copy]);
+        }
+    // llfAt(beta) and scoreAt(beta) of a model through its export.
+    const struct {
+        const char *what;
+        Model *md, *forInfo;
+        bool isProbit;
+        Vec score, info;
+    } rows[] = {{"probit", &probit, &expected, true, pc.out(4), pc.out(5)},
+                {"logit", &logit, &logit, false, lc.out(7), lc.out(8)}};
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        auto evaluate = [&](const Model &md, const Vec &beta, Vec *score) {
+            Model at = md;
+            at.beta = beta;
+            HostCall c;
+            if (r.isProbit)
+                setProbit(c, at);
+            else
+                setLogit(c, at, at.y, 1);
+            const double llf = run(c, r.isProbit ? FnBinProbitRz : FnLogitRz);
+            if (score) *score = c.out(r.isProbit ? 4 : 7);
+            return llf;
+        };
+        const int k = r.md->k;
+        double infoScale = 0;
+        for (double v : r.info) infoScale = std::max(infoScale, std::fabs(v));
+        for (int j = 0; j < k; ++j) {
+            const double h = 1e-5 * std::max(1.0, std::fabs(r.md->beta[j]));
+            Vec up = r.md->beta, down = r.md->beta;
+            up[j] += h, down[j] -= h;
+            const double fd = (evaluate(*r.md, up, nullptr) - evaluate(*r.md, down, nullptr)) / (2 * h);
+            EXPECT_NEAR(r.score[j], fd, 1e-6 * std::max(1.0, std::fabs(fd))) << "score " << j;
+            Vec sUp, sDown;
+            evaluate(*r.forInfo, up, &sUp);
+            evaluate(*r.forInfo, down, &sDown);
+            for (int l = 0; l < k; ++l)
+                EXPECT_NEAR(r.info[l * k + j], -(sUp[l] - sDown[l]) / (2 * h), 1e-6 * infoScale) << l << "," << j;
+        }
+    }
+}
+
 TEST(Logit, InvalidCodesAndUnderflow) {
     Model md = makeModel(4, 3, 1, 0, 8, false);
     // Invalid codes leave the sum alone and give missing values; probabilities still returned.
