@@ -270,16 +270,12 @@ void dbSetArrays(Database *db, const DbVarArrays &a, int capacity) {
 }
 
 void dbReplaceText(Database *db, int kind, int index, char **slot, char *copy) {
-    DbUndoEntry *e = dbUndoPush(db, kind, true);
-    if (e) {
-        if (index >= 0) dbUndoSetVariable(e, index, 1);
-        dbUndoSetText(e, *slot);
-    } else {
-        KvFree(*slot);
-    }
-    *slot = copy;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbChange(
+        db, kind, index, [&](DbUndoEntry *e) { dbUndoSetText(e, *slot); },
+        [&](DbUndoEntry *e) {
+            if (!e) KvFree(*slot);
+            *slot = copy;
+        });
 }
 
 void dbDropVariable(Database *db, int index) {
@@ -506,27 +502,17 @@ int DbSetDescription(Database *db, const char *text) {
 
 int DbSetVariableInfo(Database *db, int index, const DbVarInfo *info) {
     if (!validIndex(db, index) || !info) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_INFO, true);
-    if (e) {
-        dbUndoSetVariable(e, index, 1);
-        dbUndoSetInfo(e, db->varInfo[index]);
-    }
-    db->varInfo[index] = *info;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbChange(
+        db, DB_UNDO_INFO, index, [&](DbUndoEntry *e) { dbUndoSetInfo(e, db->varInfo[index]); },
+        [&](DbUndoEntry *) { db->varInfo[index] = *info; });
     return 1;
 }
 
 int DbSetVariableFlags(Database *db, int index, int32_t flags) {
     if (!validIndex(db, index)) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_FLAGS, true);
-    if (e) {
-        dbUndoSetVariable(e, index, 1);
-        dbUndoSetColumn(e, nullptr, db->varFlags[index]);
-    }
-    db->varFlags[index] = flags;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbChange(
+        db, DB_UNDO_FLAGS, index, [&](DbUndoEntry *e) { dbUndoSetColumn(e, nullptr, db->varFlags[index]); },
+        [&](DbUndoEntry *) { db->varFlags[index] = flags; });
     return 1;
 }
 
@@ -534,17 +520,13 @@ int DbReplaceColumn(Database *db, int index, const double *values) {
     if (!validIndex(db, index)) return 0;
     DataColumn *c = ColumnCreateVector(db->obsCount, values);
     if (!c) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_COLUMN, true);
-    if (e) {
-        dbUndoSetVariable(e, index, 1);
-        dbUndoSetColumn(e, db->handles[index], db->varFlags[index]);
-    } else {
-        ColumnRelease(db->handles[index]);
-    }
-    installColumn(db, index, c);
-    db->varFlags[index] |= DB_VAR_CHANGED;
-    db->modified = 1;
-    dbAnnounce(db);
+    dbChange(
+        db, DB_UNDO_COLUMN, index, [&](DbUndoEntry *e) { dbUndoSetColumn(e, db->handles[index], db->varFlags[index]); },
+        [&](DbUndoEntry *e) {
+            if (!e) ColumnRelease(db->handles[index]);
+            installColumn(db, index, c);
+            db->varFlags[index] |= DB_VAR_CHANGED;
+        });
     return 1;
 }
 
@@ -666,12 +648,12 @@ int DbSetSample(Database *db, const Sample &sample) {
     }
     // Columns keep their storage, but none may be shorter than the sample.
     if (!dbEnsureColumnLength(db, n)) return 0;
-    DbUndoEntry *e = dbUndoPush(db, DB_UNDO_SAMPLE, true);
-    dbUndoSetSample(e, db->sample, db->obsCount);
-    db->modified = 1;
-    db->sample = s;
-    db->obsCount = static_cast<int32_t>(n);
-    dbAnnounce(db);
+    dbChange(
+        db, DB_UNDO_SAMPLE, -1, [&](DbUndoEntry *e) { dbUndoSetSample(e, db->sample, db->obsCount); },
+        [&](DbUndoEntry *) {
+            db->sample = s;
+            db->obsCount = static_cast<int32_t>(n);
+        });
     return 1;
 }
 

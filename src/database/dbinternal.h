@@ -69,6 +69,20 @@ void dbUndoSetVariable(DbUndoEntry *e, int index, int count);
 void dbUndoSetColumn(DbUndoEntry *e, DataColumn *owned, int32_t flags);
 void dbUndoSetInfo(DbUndoEntry *e, const DbVarInfo &info);
 void dbUndoSetSample(DbUndoEntry *e, const Sample &sample, int32_t obsCount);
+// One change of the store, the same steps for every kind: an undo entry of kind (when undo is
+// kept) in which save(entry) records the old state, with variable index (-1: the database
+// itself); then apply(entry) makes the change, entry being null when no undo is kept (so that
+// apply frees what the entry would have held); then the modified mark and the announcement.
+template <class Save, class Apply> void dbChange(Database *db, int kind, int index, Save &&save, Apply &&apply) {
+    DbUndoEntry *e = dbUndoPush(db, kind, true);
+    if (e) {
+        if (index >= 0) dbUndoSetVariable(e, index, 1);
+        save(e);
+    }
+    apply(e);
+    db->modified = 1;
+    dbAnnounce(db);
+}
 // Adds variable and observation ranges to the newest entry when it is a full snapshot.
 void dbUndoAddRange(Database *db, int firstVar, int lastVar, int firstObs, int lastObs);
 void dbUndoFreeChain(Database *db);
