@@ -5,10 +5,13 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
 #include "estimators/discrete.h"
+#include "kavrel/kavrel.h"
+#include "kavrel/lumohost.h"
 #include "matrix/matrix.h"
 #include "special/distributions.h"
 
@@ -46,6 +49,29 @@ void BM_ProbitLibrary(benchmark::State &st) {
         benchmark::DoNotOptimize(llf);
         benchmark::ClobberMemory();
     }
+    st.SetItemsProcessed(st.iterations() * kObs);
+}
+
+// FnBinProbitRz through the reference host with all five outputs passed by reference: the host
+// makes the outputs in every call, as a host program calling it in an optimiser's loop sees it.
+void BM_ProbitExport(benchmark::State &st) {
+    Data &d = data();
+    LumoValue args[9], targets[5], result;
+    std::memset(args, 0, sizeof args);
+    std::memset(targets, 0, sizeof targets);
+    std::memset(&result, 0, sizeof result);
+    LumoValSetMatrix(&args[0], kReg, 1, d.beta.data());
+    LumoValSetMatrix(&args[1], kObs, 1, d.y.data());
+    LumoValSetMatrix(&args[2], kObs, kReg, d.X[0]);
+    LumoValSetMatrix(&args[3], 1, kObs, d.w.data());
+    for (int o = 0; o < 5; ++o) LumoValSetRef(&args[4 + o], &targets[o]);
+    for (auto _ : st) {
+        LumoHostInvoke(FnBinProbitRz, &result, args, 9);
+        benchmark::DoNotOptimize(result.v.dval);
+        benchmark::ClobberMemory();
+    }
+    for (auto &v : args) LumoFreeByValue(&v);
+    for (auto &v : targets) LumoFreeByValue(&v);
     st.SetItemsProcessed(st.iterations() * kObs);
 }
 
@@ -100,6 +126,7 @@ void BM_NormalP(benchmark::State &st) {
 
 BENCHMARK(BM_ProbitLibrary)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ProbitReference)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ProbitExport)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_NormalP)->Arg(0)->Arg(1);
 
 } // namespace
