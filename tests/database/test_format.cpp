@@ -15,6 +15,7 @@ TEST(FormatNumber, Table) {
         int width, digits, expSign, leadingZero, minDecimals;
         const char *want;
     } rows[] = {
+        // clang-format off
         // Missing and infinite values, at any width.
         {MissingValueOf(), 3, 6, 0, 0, 0, ".NaN"},
         {std::nan("7"), 20, 6, 0, 0, 2, ".NaN"},
@@ -61,6 +62,7 @@ TEST(FormatNumber, Table) {
         {0.0, 10, 6, 0, 0, 2, "0.00"},
         {1.5e-12, 12, 6, 0, 0, 2, "1.50e-12"},
         {123456.0, 10, 6, 0, 0, 2, "123456."},
+        // clang-format on
     };
     for (const Row &r : rows) {
         char out[64];

@@ -23,11 +23,18 @@ TEST_F(Output, SWprintfThresholds) {
         bool lineFeed, overwrite;
         size_t flushed, kept;
     } rows[] = {
-        {0, 0, 3, false, false, 0, 3},           {0, 0, 4, true, false, 4, 0},
-        {0, 0, 16383, false, false, 0, 16383},   {0, 0, 16384, true, true, 16383, 0},
-        {0, 10000, 6384, false, true, 16383, 0}, {0, 10000, 6383, false, false, 0, 16383},
-        {1, 0, 15360, true, false, 0, 15360},    {1, 15000, 361, true, false, 15361, 0},
-        {1, 0, 16000, false, false, 0, 16000},   {1, 0, 16384, true, true, 16383, 0},
+        // clang-format off
+        {0, 0, 3, false, false, 0, 3},
+        {0, 0, 4, true, false, 4, 0},
+        {0, 0, 16383, false, false, 0, 16383},
+        {0, 0, 16384, true, true, 16383, 0},
+        {0, 10000, 6384, false, true, 16383, 0},
+        {0, 10000, 6383, false, false, 0, 16383},
+        {1, 0, 15360, true, false, 0, 15360},
+        {1, 15000, 361, true, false, 15361, 0},
+        {1, 0, 16000, false, false, 0, 16000},
+        {1, 0, 16384, true, true, 16383, 0},
+        // clang-format on
     };
     for (const Row &r : rows) {
         OutputClearBuffer();

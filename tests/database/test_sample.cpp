@@ -71,6 +71,7 @@ TEST(Sample, PeriodAndFrequencyTexts) {
         const char *name;
         int daysPerWeek, obsPerYear;
     } rows[] = {
+        // clang-format off
         {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},
         {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
         {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},
@@ -82,7 +83,9 @@ TEST(Sample, PeriodAndFrequencyTexts) {
         {{1, 1, 52, 1, 1}, 52, 1, first, first + 357, "Weekly", 1, 53},
         {{1, 1, 12, 1, 1}, 12, 1, first, first + 334, "Dated", 0, 13},
         {{1, 1, 365, 1, 1}, 365, 1, first, first + 364, "Daily (7 days/week)", 7, 365},
-        {{1, 1, 3, 1, 1}, 3, 1, first, first - 5, "Dated", 0, 0}, // dates out of order
+        {{1, 1, 3, 1, 1}, 3, 1, first, first - 5, "Dated", 0, 0},
+        // dates out of order
+        // clang-format on
     };
     for (const Row &r : rows) {
         EXPECT_STREQ(SampleFrequencyName(out, sizeof out, r.s, r.nobs, r.dated, r.first, r.last), r.name);
@@ -100,6 +103,7 @@ TEST(DateText, FormatDateValue) {
         int weekday, zeroTime, space, seconds;
         const char *want;
     } rows[] = {
+        // clang-format off
         {MissingValueOf(), 1, 1, 1, 1, "."},
         {1e300, 0, 0, 0, 0, "."},
         {0.0, 0, 0, 0, 0, "00:00"},
@@ -118,6 +122,7 @@ TEST(DateText, FormatDateValue) {
         {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},
         {t1345, 0, 0, 0, 0, "13:45:30.25"},
         {static_cast<double>(JulianDay(-44, 3, 15)), 0, 0, 0, 0, "-44-03-15"},
+        // clang-format on
     };
     char out[KV_DATE_TEXT_MAX], small[6];
     for (const Row &r : rows)

@@ -125,24 +125,31 @@ TEST_F(Store, LagSuffixResolution) {
         int lagAllowed, quiet, index, lag;
         size_t messages;
     } rows[] = {
+        // clang-format off
         {{"X", "X_1"}, "X_1", 1, 0, 0, 1, 0},
         {{"X", "X_1"}, "X_1", 0, 0, 1, 0, 0},
         {{"Y_1", "Y_2"}, "Y_3", 1, 0, 0, 2, 0},
         {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 0, 0, 2, 1},
         {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 1, 0, 2, 0},
         {{"Y"}, "Y_-2", 1, 0, 0, -2, 0},
-        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 1, 0, 0}, // the nearest is the name itself: no warning
+        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 1, 0, 0},
+        // the nearest is the name itself: no warning
         {{"Y_2", "Y_-1"}, "Y", 1, 0, 1, 1, 0},
         {{"Y"}, "Y_0012", 1, 0, 0, 12, 0},
-        {{"Z_1", "Z_-1"}, "Z_4", 1, 0, 0, 3, 0},      // tie on |k|: first in order
-        {{"Y", "Y_10000"}, "Y_10000", 1, 0, 1, 0, 0}, // five digits: no lag
+        {{"Z_1", "Z_-1"}, "Z_4", 1, 0, 0, 3, 0},
+        // tie on |k|: first in order
+        {{"Y", "Y_10000"}, "Y_10000", 1, 0, 1, 0, 0},
+        // five digits: no lag
         {{"Y"}, "Y_10000", 1, 0, -1, 0, 1},
         {{"Y"}, "Y_10000", 1, 1, -1, 0, 0},
-        {{"_1", "A"}, "_1", 1, 0, 0, 0, 0}, // fewer than two characters before the digits
+        {{"_1", "A"}, "_1", 1, 0, 0, 0, 0},
+        // fewer than two characters before the digits
         {{"ab_x1"}, "ab_x1", 1, 0, 0, 0, 0},
         {{"GDP_1"}, "GDP_-1", 1, 0, 0, -2, 0},
         {{"y"}, "Y_1", 1, 0, -1, 0, 1},
-        {{"X"}, "", 1, 0, -1, 0, 0}, // names keep their case
+        {{"X"}, "", 1, 0, -1, 0, 0},
+        // names keep their case
+        // clang-format on
     };
     for (const auto &r : rows) {
         Database *db = makeDb(r.vars);
@@ -208,6 +215,7 @@ TEST_F(Store, ObservationEdits) {
         Sample sample;
         std::vector<double> t;
     } rows[] = {
+        // clang-format off
         {'s', 0, 0, 1, {1990, 1, 1991, 1, 4}, {0, 3, 5, 6, 7}},
         {'s', 1, 0, 1, {1990, 1, 1991, 3, 4}, {0, 1, 3, 4, 5, 6, 7}},
         {'r', 2, 3, 1, {1990, 1, 1991, 2, 4}, {0, 1, 4, 5, 6, 7}},
@@ -215,12 +223,15 @@ TEST_F(Store, ObservationEdits) {
         {'r', 6, 100, 1, {1990, 1, 1991, 2, 4}, {0, 1, 2, 3, 4, 5}},
         {'r', 3, 2, 0, {1990, 1, 1991, 4, 4}, all},
         {'r', 8, 9, 0, {1990, 1, 1991, 4, 4}, all},
-        {'o', 2, 0, 0, {1990, 1, 1991, 4, 4}, all}, // no sort key
+        {'o', 2, 0, 0, {1990, 1, 1991, 4, 4}, all},
+        // no sort key
         {'l', 0, 0, 1, {1990, 1, 1992, 4, 4}, {0, 1, 2, 3, 4, 5, 6, 7, NA, NA, NA, NA}},
         {'e', 2, 1, 1, {1989, 3, 1992, 1, 4}, {NA, NA, 0, 1, 2, 3, 4, 5, 6, 7, NA}},
         {'e', 0, -3, 1, {1990, 1, 1991, 1, 4}, {0, 1, 2, 3, 4}},
         {'e', -2, 2, 1, {1990, 3, 1992, 2, 4}, {2, 3, 4, 5, 6, 7, NA, NA}},
-        {'o', 1, 0, 1, {1990, 1, 1991, 4, 4}, {0, 3, 5, 6, 7, 1, 4, 2}}, // stable, missing keys last
+        {'o', 1, 0, 1, {1990, 1, 1991, 4, 4}, {0, 3, 5, 6, 7, 1, 4, 2}},
+        // stable, missing keys last
+        // clang-format on
     };
     for (const auto &r : rows) {
         Database *db = makeDb({"T", "S"});
@@ -257,13 +268,14 @@ TEST_F(Store, ExtendContinuesDates) {
         int a, b;
         std::vector<int> expect;
     } rows[] = {
-        {{1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 15, 16, 17, 18, 19, 22, 23, 24, 25, 26},
-         2,
-         3,
+        // clang-format off
+        {{1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 15, 16, 17, 18, 19, 22, 23, 24, 25, 26}, 2, 3,
          {-3, -2, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 15, 16, 17, 18, 19, 22, 23, 24, 25, 26, 29, 30, 31}},
         {{1, 2, 3, 4, 5, 6, 7}, 1, 2, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}},
         {{1, 8, 15, 22}, 1, 1, {-6, 1, 8, 15, 22, 29}},
-        {{1, 8}, 3, -2, {}}, // every old date dropped: nothing to continue from, all missing
+        {{1, 8}, 3, -2, {}},
+        // every old date dropped: nothing to continue from, all missing
+        // clang-format on
     };
     const double base = civilJd(2024, 1, 1) - 1 + 0.5; // day d of January 2024, noon
     for (const auto &r : rows) {

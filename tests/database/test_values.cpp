@@ -29,6 +29,7 @@ TEST_F(Values, SpellingsInOrder) {
         double value;
         int kind, flag, consumed;
     } rows[] = {
+        // clang-format off
         {". 5", 0, NA, 1, 1, 1},
         {".5", 0, 0.5, 1, 0, 2},
         {"#N/A", 0, NA, 1, 1, 4},
@@ -55,9 +56,11 @@ TEST_F(Values, SpellingsInOrder) {
         {"0:00:01.50", 0, 150 / 8.64e6, 2, 0, 10},
         {"2000-01-01T12:00", 0, jd(2000, 1, 1) + 0.5, 2, 0, 16},
         {"2000-01-01 12:00:30.25 7", 0, jd(2000, 1, 1) + (12 * 3600 + 30) / 86400.0 + 25 / 8.64e6, 2, 0, 22},
-        {"2000-01-01 12", 0, jd(2000, 1, 1) + 0.5, 2, 0, 13}, // a number after one blank is the hour
+        {"2000-01-01 12", 0, jd(2000, 1, 1) + 0.5, 2, 0, 13},
+        // a number after one blank is the hour
         {"2000-01-01 5.2", 0, jd(2000, 1, 1) + 5 / 24.0 + 2 / 8.64e6, 2, 0, 14},
-        {"2000-01-01\t5", 0, jd(2000, 1, 1), 2, 0, 10}, // a tab separates
+        {"2000-01-01\t5", 0, jd(2000, 1, 1), 2, 0, 10},
+        // a tab separates
         {"2000-01-01T6", 0, jd(2000, 1, 1) + 0.25, 2, 0, 12},
         {"1999", 1, jd(1999, 1, 1), 2, 0, 4},
         {"1999", 0, 1999, 1, 0, 4},
@@ -66,6 +69,7 @@ TEST_F(Values, SpellingsInOrder) {
         {"2001-00", 0, NA, 0, 1, 7},
         {"-5:30", 0, -5, 1, 0, 2},
         {"1.5-2", 0, 1.5, 1, 0, 3},
+        // clang-format on
     };
     for (const auto &r : rows) {
         double v = 123;
@@ -194,6 +198,7 @@ TEST_F(Values, TextBlockMeasure) {
         int numbersOnly, result, rows, cols;
         long header, data;
     } rows[] = {
+        // clang-format off
         {"a b c\n1 2 3\n4 5 6\n", 0, 1, 2, 3, 0, 6},
         {"NaN 1 2\n3 4 5", 0, 1, 2, 3, -1, 0},
         {"MISSIN 1\n", 0, 1, 1, 2, -1, 0},
@@ -207,6 +212,7 @@ TEST_F(Values, TextBlockMeasure) {
         {"2001-01-01 12:00 5\n2001-01-02T13:00 6", 1, 1, 2, 1, -1, 0},
         {"2001-01-01 12:00 5\n2001-01-02T13:00 6", 0, 1, 2, 2, -1, 0},
         {"1\t2\t\t3 . #NA\n", 0, 1, 1, 5, -1, 0},
+        // clang-format on
     };
     for (const auto &r : rows) {
         std::string text = r.text;

@@ -194,6 +194,7 @@ TEST(EstimatorExports, AllocationFailures) {
         long hostAllocs;
         Outcome host;
     } rows[] = {
+        // clang-format off
         {kRls, 1, {ZERO, MISSING}, 14, {ZERO, UNTOUCHED}},
         {kGarch, 1, {ZERO, MISSING}, 4, {ZERO, UNTOUCHED}},
         {kEgarch, 1, {ONE, ZEROED}, 4, {ZERO, UNTOUCHED}},
@@ -208,6 +209,7 @@ TEST(EstimatorExports, AllocationFailures) {
         {kRsq, 0, {}, 2, {NAN_VALUE, UNTOUCHED}},
         {kKron, 0, {}, 2, {NO_RESULT, UNTOUCHED}},
         {kGls, 2, {ZEROS, UNTOUCHED}, 2, {NO_RESULT, UNTOUCHED}},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.x.name);
@@ -322,9 +324,11 @@ TEST(EstimatorExports, KroneckerIndicesOfAnEmptyProduct) {
         int rA, cA, rB, cB;
         double r, c;
     } rows[] = {
+        // clang-format off
         {"no rows in either factor", 0, 3, 0, 1048576, -0.5, 0.0},
         {"A without columns", 1, 0, 2, 2, -8.8e-280, -8.8e-280},
         {"B without rows", 2, 2, 0, 3, 0.0, 0.0},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.what);

@@ -75,23 +75,18 @@ TEST(Kronecker, SelectionMatchesFullProduct) {
         int rA, cA, rB, cB;
         Vec R, C, rowOf, colOf;
     } cases[] = {
+        // clang-format off
         // rowOf, colOf: the product's row and column behind each result element (-1: missing)
         {"chosen rows and columns", 3, 2, 2, 4, {5, 0, 3}, {7, 2}, {5, 0, 3}, {7, 2}},
         {"empty R: all rows", 3, 2, 2, 4, {}, {1, 6}, {0, 1, 2, 3, 4, 5}, {1, 6}},
         {"2.9 is row 2, -0.5 row 0", 3, 2, 2, 4, {2.9, -0.5}, {3.99}, {2, 0}, {3}},
-        {"outside the product or not a number",
-         3,
-         2,
-         2,
-         4,
-         {-1, 6, NaN, 1e300, 1},
-         {8, -INFINITY, 0},
-         {-1, -1, -1, -1, 1},
-         {-1, -1, 0}},
+        {"outside the product or not a number", 3, 2, 2, 4, {-1, 6, NaN, 1e300, 1}, {8, -INFINITY, 0},
+         {-1, -1, -1, -1, 1}, {-1, -1, 0}},
         {"empty C: cA cB rows and no columns, whatever R holds", 3, 2, 2, 4, {0, 1}, {}, Vec(8), {}},
         {"B without rows: every requested element missing", 3, 2, 0, 4, {0, 1}, {0, 1}, {-1, -1}, {0, 1}},
         {"B 0 x 0, empty R: no rows", 3, 2, 0, 0, {}, {0, 1}, {}, {-1, -1}},
         {"A without columns", 3, 0, 2, 4, {0}, {0, 1, 2}, {0}, {-1, -1, -1}},
+        // clang-format on
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);

@@ -112,36 +112,22 @@ TEST(MarkovSwitching, SmootherGuardsAndClamps) {
         LumoExport fn;
         Vec filt, P, smooth0, trans;
     } cases[] = {
+        // clang-format off
         // pred_1 = 0: the reciprocal becomes 1e100 and the smoothed row stays finite.
         {"underflowing prediction", FnSmoothMS, {1, 0, 0.3, 0.7}, {1, 0.5, 0, 0.5}, {0.3, 0}, {0.3, 0, 0, 0}},
-        {"underflowing prediction, ratio form",
-         FnSmoothMS2,
-         {1, 0, 0.3, 0.7},
-         {1, 0.5, 0, 0.5},
-         {0.3, 0},
+        {"underflowing prediction, ratio form", FnSmoothMS2, {1, 0, 0.3, 0.7}, {1, 0.5, 0, 0.5}, {0.3, 0},
          {0.3, 0, 0.7e100, 0}},
         // Inconsistent input (last row sums to 2): 1.2 is capped at 1.
         {"cap at one", FnSmoothMS2, {0.6, 0.4, 1, 1}, {0.5, 0.5, 0.5, 0.5}, {1, 0.8}, {1.2, 0.8, 1.2, 0.8}},
         // 1e-200 * 0.5e100 = 0.5e-100 is flushed to exactly zero.
-        {"flush to zero",
-         FnSmoothMS2sym,
-         {1, 1e-200, 0.5, 0.5},
-         {1, 0, 0, 1},
-         {0.5, 0},
+        {"flush to zero", FnSmoothMS2sym, {1, 1e-200, 0.5, 0.5}, {1, 0, 0, 1}, {0.5, 0},
          {0.5, 5e-201, 0.5e100, 0.5e-100}},
         // An asymmetric P: the two ratio forms differ only in the backward step.
-        {"ratio form, asymmetric P",
-         FnSmoothMS2,
-         {0.6, 0.4, 0.5, 0.5},
-         {0.8, 0.3, 0.2, 0.7},
-         {0.55, 0.45},
+        {"ratio form, asymmetric P", FnSmoothMS2, {0.6, 0.4, 0.5, 0.5}, {0.8, 0.3, 0.2, 0.7}, {0.55, 0.45},
          {0.5, 1.0 / 3, 0.75, 0.5}},
-        {"transposed step, asymmetric P",
-         FnSmoothMS2sym,
-         {0.6, 0.4, 0.5, 0.5},
-         {0.8, 0.3, 0.2, 0.7},
-         {0.625, 5.0 / 12},
+        {"transposed step, asymmetric P", FnSmoothMS2sym, {0.6, 0.4, 0.5, 0.5}, {0.8, 0.3, 0.2, 0.7}, {0.625, 5.0 / 12},
          {0.5, 1.0 / 3, 0.75, 0.5}},
+        // clang-format on
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(k.what);

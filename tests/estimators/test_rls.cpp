@@ -138,6 +138,7 @@ TEST(RlsEst, MatchesBruteForceRefits) {
         Design design;
         double tol;
     } rows[] = {
+        // clang-format off
         {"one equation", 1, 3, 0, 179, -1, PLAIN, 1e-11},
         {"one equation, forced refit", 1, 3, 0, 179, 77, PLAIN, 1e-11},
         {"three equations, forced refit", 3, 4, 0, 179, 120, PLAIN, 1e-11},
@@ -147,6 +148,7 @@ TEST(RlsEst, MatchesBruteForceRefits) {
         {"zero regressor", 2, 3, 0, 120, -1, ZERO_COLUMN, 1e-11},
         {"regressor zero until row 60", 1, 3, 0, 150, -1, LATE_DUMMY, 1e-11},
         {"badly scaled regressor", 2, 3, 0, 100, -1, BADLY_SCALED, 1e-7},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);

@@ -14,10 +14,14 @@ TEST(Seasonal, DeSeasonalizeMatchesDefinition) {
         int T, n, s;
         double level, tol;
     } cases[] = {
+        // clang-format off
         {37, 3, 4, 0, 1e-15},
         {24, 2, 12, 5, 1e-14},
-        {3, 2, 5, 1, 0},        // T < s: every row is its own season and becomes exactly 0
-        {400, 1, 4, 1e8, 3e-8}, // a large common level: the compensated mean keeps the adjusted values
+        {3, 2, 5, 1, 0},
+        // T < s: every row is its own season and becomes exactly 0
+        {400, 1, 4, 1e8, 3e-8},
+        // a large common level: the compensated mean keeps the adjusted values
+        // clang-format on
     };
     for (const auto &k : cases) {
         SCOPED_TRACE(::testing::Message() << "T=" << k.T << " n=" << k.n << " s=" << k.s);

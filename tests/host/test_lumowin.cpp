@@ -51,10 +51,15 @@ TEST(LumoHost, ChecksAbandonTheCallAndReport) {
         int kind;
         const char *message;
     } cases[] = {
-        {0, ""},                                              // valid call
-        {1, "argument 2: int expected, double found"},        // wrong scalar type
-        {2, "argument 1: matrix expected, int found"},        // wrong matrix type
-        {3, "argument 1: 3 x 1 matrix expected, 2 x 1 found"} // wrong shape
+        // clang-format off
+        {0, ""},
+        // valid call
+        {1, "argument 2: int expected, double found"},
+        // wrong scalar type
+        {2, "argument 1: matrix expected, int found"},
+        // wrong matrix type
+        {3, "argument 1: 3 x 1 matrix expected, 2 x 1 found"}, // wrong shape
+        // clang-format on
     };
     for (const auto &c : cases) {
         Args x;

@@ -37,6 +37,7 @@ TEST(LeastSquares, AgainstNormalEquationsAndStatusCodes) {
         std::vector<int> keep;
         double tol;
     } rows[] = {
+        // clang-format off
         {"random", RANDOM, 4, 40, 2, 1, {0, 1, 2, 3}, 1e-13},
         {"exactly identified", RANDOM, 5, 5, 1, 1, {0, 1, 2, 3, 4}, 1e-11},
         {"long sample", RANDOM, 3, 5000, 1, 1, {0, 1, 2}, 1e-12},
@@ -47,6 +48,7 @@ TEST(LeastSquares, AgainstNormalEquationsAndStatusCodes) {
         {"duplicate and badly scaled", DUP_AND_SCALED, 3, 30, 1, -2, {0, 1}, 1e-6},
         {"fewer observations than variables", RANDOM, 3, 2, 1, 1, {0, 1}, 1e-12},
         {"non-finite value", NAN_VALUE, 3, 30, 1, 0, {}, 0.0},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
@@ -92,11 +94,12 @@ TEST(LeastSquares, PivotOrder) {
         double x[3][3];
         std::vector<int> perm;
     } rows[] = {
+        // clang-format off
         {"orthogonal with a tie", {{1, 0, 0}, {0, 3, 0}, {0, 0, 3}}, {1, 2, 0}},
         {"recomputed below the bound", {{2, 0, 0}, {1, 1e-7, 0}, {0, 0, between(1e-7)}}, {0, 1, 2}},
-        {"downdated above the bound",
-         {{2, 0, 0}, {1, 1e-6, 0}, {0, 0, between(1e-6)}},
+        {"downdated above the bound", {{2, 0, 0}, {1, 1e-6, 0}, {0, 0, between(1e-6)}},
          downdatedLarger ? std::vector<int>{0, 1, 2} : std::vector<int>{0, 2, 1}},
+        // clang-format on
     };
     for (const auto &r : rows) {
         MatOwner X(3, 3), P(3, 3);
@@ -122,6 +125,7 @@ TEST(LeastSquares, RefusedArgumentsRankToleranceAndAllocationFailure) {
         double tol;
         int accepted, status;
     } rows[] = {
+        // clang-format off
         {MatDefaultRankTolerance, 1, 2},
         {1e-16, 1, 1},
         {0.0, 1, 1},
@@ -129,6 +133,7 @@ TEST(LeastSquares, RefusedArgumentsRankToleranceAndAllocationFailure) {
         {NAN, 0, 1},
         {1e-12, 1, 2},
         {1e-3, 1, -2},
+        // clang-format on
     };
     for (const auto &r : rows) {
         const double before = MatGetRankTolerance();
@@ -154,6 +159,7 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         std::vector<double> a;
         bool pd;
     } rows[] = {
+        // clang-format off
         {"1x1", 1, {4.0}, true},
         {"2x2", 2, {4, 2, 2, 3}, true},
         {"3x3", 3, {10, 3, 1, 3, 8, 2, 1, 2, 2}, true},
@@ -161,6 +167,7 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         {"singular", 2, {1, 1, 1, 1}, false},
         {"negative", 1, {-1}, false},
         {"missing value", 2, {1, 0, 0, NAN}, false},
+        // clang-format on
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);

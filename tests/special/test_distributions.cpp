@@ -116,6 +116,7 @@ TEST(Distributions, ClosedFormsPublishedValuesAndLimits) {
         double got, want, tol;
         const char *what;
     } rows[] = {
+        // clang-format off
         {DistNormalP(-38.0), 2.88542836006878430835e-316, 2e-8, "Phi(-38), subnormal"},
         {DistNormalQ(35.0), 1.12491070647240e-268, 1e-14, "Q(35)"},
         {DistNormalPinv(0.975), 1.959963984540054, 1e-15, "z 0.975 (A&S 26.2)"},
@@ -158,6 +159,7 @@ TEST(Distributions, ClosedFormsPublishedValuesAndLimits) {
         {LogGamma(-3.0), Inf, 0, "pole -3"},
         {LogGamma(-Inf), NaN, 0, "-inf"},
         {LogBeta(-1.0, 1.0), NaN, 0, "B a < 0"},
+        // clang-format on
     };
     for (const auto &r : rows) {
         if (std::isnan(r.want)) {
