@@ -33,16 +33,11 @@ struct StoreOp {
 };
 const DbVarInfo kInfo{{1, 2, 3, 4}};
 const StoreOp kStoreOps[] = {
+    // clang-format off
     {"add with growth", [](Database *db) { return DbAddVariables(db, 300) >= 0; }},
     {"delete variable", [](Database *db) { return DbDeleteVariables(db, 1) == 1; }},
-    {"shorter sample",
-     [](Database *db) {
-         return DbSetSample(db, Sample{1990, 1, 1990, 3, 4}) == 1;
-     }},
-    {"longer sample",
-     [](Database *db) {
-         return DbSetSample(db, Sample{1989, 1, 1995, 4, 4}) == 1;
-     }},
+    {"shorter sample", [](Database *db) { return DbSetSample(db, Sample{1990, 1, 1990, 3, 4}) == 1; }},
+    {"longer sample", [](Database *db) { return DbSetSample(db, Sample{1989, 1, 1995, 4, 4}) == 1; }},
     {"values",
      [](Database *db) { // written in place between the snapshot and the mark
          if (DbSnapshotValues(db, 0, 2, 2, 3) != 1) return false;
@@ -67,6 +62,7 @@ const StoreOp kStoreOps[] = {
          DbDeleteVariables(db, 0), DbDeleteVariables(db, 2), DbEndBatch(db);
          return true;
      }},
+    // clang-format on
 };
 
 // Defaults, the base name of what the caller gave, and the table: registration by slot,

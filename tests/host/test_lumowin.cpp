@@ -92,27 +92,6 @@ TEST(LumoHost, ChecksAbandonTheCallAndReport) {
     }
 }
 
-TEST(LumoHost, OptionalOutputOnlyBehindReference) {
-    const double a[2] = {1, 2};
-    Args x;
-    LumoValSetMatrix(&x.v[0], 2, 1, a);
-    LumoValSetMatrix(&x.v[1], 2, 1, a);
-    LumoValSetInt(&x.v[2], 7);
-    LumoValSetInt(&x.v[3], 0); // a plain value where an output may go
-    ASSERT_EQ(LumoHostInvoke(probeExport, &x.result, x.v, 4), 1);
-    EXPECT_EQ(LumoValGetDouble(&x.result), 2.5);
-    EXPECT_EQ(LumoValGetType(&x.v[3]), LUMO_INT);
-
-    // A host allocation failure for the output becomes the export's failure status.
-    LumoValSetRef(&x.v[3], &x.target);
-    LumoHostFailAllocation(1);
-    ASSERT_EQ(LumoHostInvoke(probeExport, &x.result, x.v, 4), 1);
-    LumoHostFailAllocation(0);
-    EXPECT_EQ(LumoValGetType(&x.result), LUMO_INT);
-    EXPECT_EQ(LumoValGetInt(&x.result), 0);
-    EXPECT_EQ(LumoValGetType(&x.target), LUMO_EMPTY);
-}
-
 TEST(LumoHost, GuardKeepsExceptionsInside) {
     LumoValue result;
     std::memset(&result, 0, sizeof result);
