@@ -18,7 +18,7 @@ public:
     // n elements of T, aligned for doubles; null while only measuring.
     template <class T> T *take(size_t n) {
         static_assert(alignof(T) <= kAlign, "pieces are aligned for doubles");
-        size_t bytes;
+        size_t bytes = 0;
         if (!KvSizeMul(n, sizeof(T), &bytes) || !advance(bytes)) return nullptr;
         return base_ ? reinterpret_cast<T *>(base_ + used_ - bytes) : nullptr;
     }

@@ -1,12 +1,19 @@
 // Recursive least squares: the rank-one (Sherman-Morrison) recursion for the inverse moment
 // matrix P = (X'X)^-1 with recursive residuals (Brown, Durbin & Evans 1975, eqs. 2-4; Harvey,
-// The Econometric Analysis of Time Series, 2nd ed., Sec. 2.6), refitted in full by pivoted
-// Householder least squares every RlsRefitInterval steps, at the forced row, after a failed fit
-// and whenever an update would make 1 + x'Px non-positive.
+// The Econometric Analysis of Time Series, 2nd ed., Sec. 2.6), re-estimated in full every
+// RlsRefitInterval steps, at the forced row, after a failed fit and whenever an update would make
+// 1 + x'Px non-positive.
 //
-// Working storage holds observations as columns (observation first + c in column c) so that the
-// full refit and the residual passes run along contiguous rows. Everything is allocated before the
-// recursion starts; the per-observation steps allocate nothing.
+// A full re-estimation works on the upper triangular factor R of the augmented data [X Y] over
+// the observations so far, not on the observations themselves: R is updated by one row per step
+// with Givens rotations (Golub & Van Loan, 4th ed., Sec. 6.5.1, the row-append update), and since
+// R'R = [X Y]'[X Y], the pivoted least-squares fit of R's k + n rows gives the pivots, rank
+// decision, coefficients and P of the fit of the t rows, the residual cross-products of any
+// coefficients from R's rows as well. So every step costs O((k + n)^2) and a whole call
+// O(T (k + n)^2), whatever T.
+//
+// Working storage holds observations as columns (observation first + c in column c). Everything
+// is allocated before the recursion starts, in one block; the steps allocate nothing.
 #include "estimators/rls.h"
 
 #include <climits>
@@ -23,32 +30,92 @@
 
 namespace {
 
-// Sum of squares of y - fit over len elements, eight partial sums so that the loop vectorises.
-double sumSquaredDifferences(const double *y, const double *fit, int len) {
-    double acc[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-    int t = 0;
-    for (; t + 8 <= len; t += 8)
-        for (int u = 0; u < 8; ++u) {
-            const double d = y[t + u] - fit[t + u];
-            acc[u] += d * d;
-        }
-    for (; t < len; ++t) {
-        const double d = y[t] - fit[t];
-        acc[0] += d * d;
-    }
-    return ((acc[0] + acc[1]) + (acc[2] + acc[3])) + ((acc[4] + acc[5]) + (acc[6] + acc[7]));
+// The upper triangular factor R of [X Y] over some observations, kept by columns: RT[j][i] =
+// R[i][j] for the first k rows of R (j < k: the regressors' block, j = k + e: equation e's), so
+// that its k x (k + n) part is read as k pseudo-observations. Of the trailing n x n block only
+// what is needed: the squared norm of each of its columns (rotations within the block keep
+// them), so that a system of many equations needs O(n) storage and work per step there, not
+// O(n^2); and the whole triangle by columns (YT[f][i] = R[k + i][k + f]) only when the residual
+// cross-products of several equations are wanted.
+struct RlsFactor {
+    MATRIX RT;   // k + n rows of k
+    MATRIX YT;   // n x n, or null
+    double *ysq; // n
+};
+
+void layoutFactor(KvCarve &c, RlsFactor *f, int k, int n, bool cross) {
+    f->RT = c.matrix(k + n, k);
+    f->YT = cross ? c.matrix(n, n) : nullptr;
+    f->ysq = c.take<double>(static_cast<size_t>(n));
 }
 
-// fit[lo..hi] = sum over j of b[j] * X[j][lo..hi], one contiguous pass per regressor.
-void fittedValues(double *fit, const double *b, MATRIX X, int k, int lo, int hi) {
-    const int len = hi - lo + 1;
-    double *f = fit + lo;
-    for (int t = 0; t < len; ++t) f[t] = 0.0;
-    for (int j = 0; j < k; ++j) {
-        const double bj = b[j];
-        const double *x = X[j] + lo;
-        for (int t = 0; t < len; ++t) f[t] += bj * x[t];
+void clearFactor(RlsFactor *f, int k, int n) {
+    MatZero(f->RT, k + n, k);
+    MatZero(f->YT, n, n);
+    for (int e = 0; e < n; ++e) f->ysq[e] = 0.0;
+}
+
+// One Givens rotation of the pair (*a, *b) by (c, s).
+inline void rotate(double *a, double *b, double c, double s) {
+    const double x = *a;
+    *a = c * x + s * *b;
+    *b = c * *b - s * x;
+}
+
+// Adds the observation in column col of the working copies (k regressors, then n dependent
+// values) to the factor: one Givens rotation per element below the diagonal (Golub & Van Loan,
+// 4th ed., Sec. 6.5.1), each from hypot so that large data does not overflow. z: k + n values.
+void addToFactor(RlsFactor *f, MATRIX Xw, MATRIX Yw, int k, int n, int col, double *z) {
+    double *zy = z + k;
+    for (int j = 0; j < k; ++j) z[j] = Xw[j][col];
+    for (int e = 0; e < n; ++e) zy[e] = Yw[e][col];
+    MATRIX RT = f->RT;
+    for (int i = 0; i < k; ++i) {
+        if (z[i] == 0.0) continue;
+        const double r = std::hypot(RT[i][i], z[i]);
+        const double c = RT[i][i] / r, s = z[i] / r;
+        RT[i][i] = r;
+        for (int j = i + 1; j < k; ++j) rotate(&RT[j][i], &z[j], c, s);
+        for (int e = 0; e < n; ++e) rotate(&RT[k + e][i], &zy[e], c, s);
     }
+    for (int e = 0; e < n; ++e) f->ysq[e] += zy[e] * zy[e];
+    if (!f->YT) return;
+    MATRIX YT = f->YT;
+    for (int i = 0; i < n; ++i) {
+        if (zy[i] == 0.0) continue;
+        const double r = std::hypot(YT[i][i], zy[i]);
+        const double c = YT[i][i] / r, s = zy[i] / r;
+        YT[i][i] = r;
+        for (int e = i + 1; e < n; ++e) rotate(&YT[e][i], &zy[e], c, s);
+    }
+}
+
+// Residuals of coefficients B (n x k) over the factor's k pseudo-observations, res (n x k).
+void factorResiduals(const RlsFactor *f, int k, int n, MATRIX B, MATRIX res) {
+    for (int e = 0; e < n; ++e) {
+        const double *y = f->RT[k + e];
+        const double *b = B[e];
+        for (int i = 0; i < k; ++i) {
+            double v = y[i];
+            for (int j = i; j < k; ++j) v -= b[j] * f->RT[j][i];
+            res[e][i] = v;
+        }
+    }
+}
+
+// (y_e - X b)'(y_e - X b) over the observations the factor holds: the part of the first k rows
+// plus what lies beyond the regressors' span (the trailing block's column e, by its running
+// squared norm, whether or not the triangle is kept, so that the output does not depend on which
+// others are requested).
+double factorRss(const RlsFactor *f, int k, int e, const double *b) {
+    const double *y = f->RT[k + e];
+    double s = 0.0;
+    for (int i = 0; i < k; ++i) {
+        double v = y[i];
+        for (int j = i; j < k; ++j) v -= b[j] * f->RT[j][i];
+        s += v * v;
+    }
+    return s + f->ysq[e];
 }
 
 // The per-equation outputs, each null when not asked for.
@@ -77,15 +144,18 @@ struct RlsWork {
     MATRIX Yw, Xw;      // n x ncol and k x ncol working copies, observations as columns
     MATRIX P;           // k x k: the inverse moment matrix
     MATRIX XY, B;       // n x k: sums of y(e,t) x(t), current coefficients
+    RlsFactor F;        // factor of [X Y] over working columns 0..c
+    RlsFactor F2;       // factor over working columns first..first+c (first > 0, statistic only)
+    bool second;        // F2 is kept
     MATRIX Bfull, S, W; // system statistic only: refit coefficients, residual cross-products, scratch
-    MATRIX R;           // system statistic only: n x ncol residuals of the refit
+    MATRIX res;         // system statistic only: n x k residuals of the refit on a factor
     double *w, *rssRun; // n: standardised innovations, running residual sums of squares
     double *x, *g;      // k: the current regressors, P x
-    double *fit;        // ncol: fitted values of one equation
-    MatLsqWork lsq;     // the full refits
+    double *z;          // k + n: the row being added to a factor
+    MatLsqWork lsq;     // the exactly identified start (k columns), then the refits (k pseudo-rows)
 };
 
-void layoutWork(KvCarve &c, RlsWork *wk, int n, int k, int ncol, int T, bool wantS) {
+void layoutWork(KvCarve &c, RlsWork *wk, int n, int k, int ncol, bool wantS, bool second) {
     wk->Yw = c.matrix(n, ncol);
     wk->Xw = c.matrix(k, ncol);
     wk->P = c.matrix(k, k);
@@ -93,16 +163,19 @@ void layoutWork(KvCarve &c, RlsWork *wk, int n, int k, int ncol, int T, bool wan
     wk->B = c.matrix(n, k);
     // The n x n pieces exist only for the system statistic: a system of many equations that
     // does not ask for it must not need n^2 doubles.
+    layoutFactor(c, &wk->F, k, n, wantS && !second);
+    wk->second = second;
+    if (second) layoutFactor(c, &wk->F2, k, n, true);
     wk->Bfull = wantS ? c.matrix(n, k) : nullptr;
     wk->S = wantS ? c.matrix(n, n) : nullptr;
     wk->W = wantS ? c.matrix(n, n) : nullptr;
-    wk->R = wantS ? c.matrix(n, ncol) : nullptr;
+    wk->res = wantS ? c.matrix(n, k) : nullptr;
     wk->w = c.take<double>(static_cast<size_t>(n));
     wk->rssRun = c.take<double>(static_cast<size_t>(n));
     wk->x = c.take<double>(static_cast<size_t>(k));
     wk->g = c.take<double>(static_cast<size_t>(k));
-    wk->fit = c.take<double>(static_cast<size_t>(ncol));
-    MatLsqWorkLayout(c, &wk->lsq, k, n, T);
+    wk->z = c.take<double>(static_cast<size_t>(k) + static_cast<size_t>(n));
+    MatLsqWorkLayout(c, &wk->lsq, k, n, k);
 }
 
 // The rank-one update of P for the regressors x: g = P x, f = 1 + x'g, P <- P - g g' / f. Each
@@ -123,19 +196,24 @@ double updateInverse(RlsWork *wk, int k) {
     return f;
 }
 
-// The full re-estimation from the observations up to column c (observation t): P anew and, for
-// the system statistic, the residual cross-products S of the refit. Returns the fit's status.
-int refit(RlsWork *wk, int n, int k, int c, int first, int t, bool wantS) {
+// The full re-estimation from the observations up to column c, fitted on the k pseudo-rows of
+// the factor: P anew and, for the system statistic, the residual cross-products S of the refit
+// over the factor that holds the working columns the statistic reads (first..first+c): the part
+// of the first k rows plus the trailing block's cross-products. Returns the fit's status.
+int refit(RlsWork *wk, int n, int k, bool wantS) {
     // Bfull feeds only S, so the dependent rows are reflected only when the statistic is wanted.
-    const int status = MatLsqFit(wk->Xw, k, c + 1, wk->Yw, wantS ? n : 0, wk->Bfull, wk->P, &wk->lsq);
+    const int status = MatLsqFit(wk->F.RT, k, k, wk->F.RT + k, wantS ? n : 0, wk->Bfull, wk->P, &wk->lsq);
     if (wantS) {
-        for (int e = 0; e < n; ++e) {
-            double *r = wk->R[e];
-            const double *y = wk->Yw[e];
-            fittedValues(r, wk->Bfull[e], wk->Xw, k, first, t);
-            for (int col = first; col <= t; ++col) r[col] = y[col] - r[col];
-        }
-        MatMulAAtRange(wk->R, n, first, t, wk->S);
+        const RlsFactor *f = wk->second ? &wk->F2 : &wk->F;
+        factorResiduals(f, k, n, wk->Bfull, wk->res);
+        MatMulAAtRange(wk->res, n, 0, k - 1, wk->S);
+        for (int e = 0; e < n; ++e)
+            for (int g = 0; g <= e; ++g) {
+                double s = 0.0;
+                for (int i = 0; i <= g; ++i) s += f->YT[e][i] * f->YT[g][i];
+                wk->S[e][g] += s;
+                if (g != e) wk->S[g][e] += s;
+            }
     }
     return status;
 }
@@ -166,9 +244,8 @@ void equationStep(RlsWork *wk, int n, int k, int c, int t, double f, bool full, 
             for (int j = 0; j < k; ++j) out.coef[e * k + j][t] = b[j];
         if (out.rss) {
             if (full) {
-                // Columns 0..c, as the start indexing has it (docs/rls.md).
-                fittedValues(wk->fit, b, wk->Xw, k, 0, c);
-                wk->rssRun[e] = sumSquaredDifferences(wk->Yw[e], wk->fit, c + 1);
+                // Over columns 0..c, the rows the factor holds (docs/rls.md).
+                wk->rssRun[e] = factorRss(&wk->F, k, e, b);
             } else {
                 wk->rssRun[e] += we * we;
             }
@@ -213,9 +290,13 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
     const bool wantS = sysstat != nullptr;
     const RlsOutputs out{coef, stdinnov, innov, rss, resid};
 
+    // With first > 0 the statistic reads other working columns than the refit (docs/rls.md):
+    // a second factor follows those.
+    const bool secondFactor = wantS && first > 0;
     RlsWork wk;
     KvArray<char> block;
-    block.reset(static_cast<char *>(KvCarveBlock([&](KvCarve &c) { layoutWork(c, &wk, n, k, ncol, T, wantS); })));
+    block.reset(
+        static_cast<char *>(KvCarveBlock([&](KvCarve &c) { layoutWork(c, &wk, n, k, ncol, wantS, secondFactor); })));
     if (!block.ok()) return 0;
 
     loadTransposed(wk.Yw, Y, n, first, T, ncol);
@@ -223,6 +304,12 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
     MatZero(wk.B, n, k);
     MatZero(wk.S, n, n);
     MatZero(wk.W, n, n);
+    clearFactor(&wk.F, k, n);
+    if (secondFactor) clearFactor(&wk.F2, k, n);
+    for (int col = 0; col < k; ++col) {
+        addToFactor(&wk.F, wk.Xw, wk.Yw, k, n, col, wk.z);
+        if (secondFactor) addToFactor(&wk.F2, wk.Xw, wk.Yw, k, n, first + col, wk.z);
+    }
 
     // The cross-products start from the absolute columns first..first+k-1 of the working copies
     // (the first k observations when first = 0; see docs/rls.md for first > 0).
@@ -235,11 +322,13 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
     for (int c = k;; ++c) {
         const int t = first + c;
         for (int j = 0; j < k; ++j) wk.x[j] = wk.Xw[j][c];
+        addToFactor(&wk.F, wk.Xw, wk.Yw, k, n, c, wk.z);
+        if (secondFactor) addToFactor(&wk.F2, wk.Xw, wk.Yw, k, n, first + c, wk.z);
         bool full = needRefit || t == force || (c - k) % RlsRefitInterval == 0;
         double f = full ? 0.0 : updateInverse(&wk, k);
         if (f <= 0.0) full = true;
         if (full) {
-            needRefit = refit(&wk, n, k, c, first, t, wantS) != 1;
+            needRefit = refit(&wk, n, k, wantS) != 1;
             // P already includes observation t here, unlike the update step.
             f = 1.0 + MatQuadFormCol(c, wk.Xw, wk.P, k);
             if (f <= 0.0) return 0;
