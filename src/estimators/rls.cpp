@@ -55,6 +55,15 @@ void clearFactor(RlsFactor *f, int k, int n) {
     for (int e = 0; e < n; ++e) f->ysq[e] = 0.0;
 }
 
+// The Givens rotation that zeroes b against the diagonal element *d (which becomes their
+// length, from hypot so that large data does not overflow): its cosine and sine.
+inline void makeRotation(double *d, double b, double *c, double *s) {
+    const double r = std::hypot(*d, b);
+    *c = *d / r;
+    *s = b / r;
+    *d = r;
+}
+
 // One Givens rotation of the pair (*a, *b) by (c, s).
 inline void rotate(double *a, double *b, double c, double s) {
     const double x = *a;
@@ -64,17 +73,16 @@ inline void rotate(double *a, double *b, double c, double s) {
 
 // Adds the observation in column col of the working copies (k regressors, then n dependent
 // values) to the factor: one Givens rotation per element below the diagonal (Golub & Van Loan,
-// 4th ed., Sec. 6.5.1), each from hypot so that large data does not overflow. z: k + n values.
+// 4th ed., Sec. 6.5.1). z: k + n values of scratch.
 void addToFactor(RlsFactor *f, MATRIX Xw, MATRIX Yw, int k, int n, int col, double *z) {
     double *zy = z + k;
     for (int j = 0; j < k; ++j) z[j] = Xw[j][col];
     for (int e = 0; e < n; ++e) zy[e] = Yw[e][col];
     MATRIX RT = f->RT;
+    double c, s;
     for (int i = 0; i < k; ++i) {
         if (z[i] == 0.0) continue;
-        const double r = std::hypot(RT[i][i], z[i]);
-        const double c = RT[i][i] / r, s = z[i] / r;
-        RT[i][i] = r;
+        makeRotation(&RT[i][i], z[i], &c, &s);
         for (int j = i + 1; j < k; ++j) rotate(&RT[j][i], &z[j], c, s);
         for (int e = 0; e < n; ++e) rotate(&RT[k + e][i], &zy[e], c, s);
     }
@@ -83,9 +91,7 @@ void addToFactor(RlsFactor *f, MATRIX Xw, MATRIX Yw, int k, int n, int col, doub
     MATRIX YT = f->YT;
     for (int i = 0; i < n; ++i) {
         if (zy[i] == 0.0) continue;
-        const double r = std::hypot(YT[i][i], zy[i]);
-        const double c = YT[i][i] / r, s = zy[i] / r;
-        YT[i][i] = r;
+        makeRotation(&YT[i][i], zy[i], &c, &s);
         for (int e = i + 1; e < n; ++e) rotate(&YT[e][i], &zy[e], c, s);
     }
 }
