@@ -26,11 +26,11 @@ Problem makeProblem(int n, int k, int first, int last, int force, Design design)
         for (int j = 0; j < k; ++j) {
             const bool zero = j == k - 1 && (design == ZERO_COLUMN || (design == LATE_DUMMY && t < first + 60));
             const double draw = g.next();
-            // The last regressor a copy of the one before it, up to a relative 1e-4.
+            // The last regressor a copy of the one before it, up to a relative 1e-3.
             const bool copy = design == NEARLY_COLLINEAR && j == k - 1 && j > 1;
             p.x.push_back(j == 0 ? 1.0
                           : zero ? 0.0
-                          : copy ? p.x[p.x.size() - 1] * (1 + 1e-4 * draw)
+                          : copy ? p.x[p.x.size() - 1] * (1 + 1e-3 * draw)
                                  : (draw + 0.2 * j) * (design == BADLY_SCALED && j == k - 1 ? 1e-8 : 1));
         }
         for (int e = 0; e < n; ++e) {
@@ -153,9 +153,10 @@ TEST(RlsEst, MatchesBruteForceRefits) {
         {"zero regressor", 2, 3, 0, 120, -1, ZERO_COLUMN, 1e-11},
         {"regressor zero until row 60", 1, 3, 0, 150, -1, LATE_DUMMY, 1e-11},
         {"badly scaled regressor", 2, 3, 0, 100, -1, BADLY_SCALED, 1e-7},
-        // Two regressors equal up to 1e-4: early in the sample the coefficients carry about four
-        // digits in double precision (the refits of the data itself do no better).
-        {"nearly collinear regressors", 2, 3, 0, 120, 70, NEARLY_COLLINEAR, 3e-4},
+        // Two regressors equal up to 1e-3: early in the sample the coefficients carry about six
+        // digits in double precision (refits of the data itself do no better); the tolerance
+        // leaves a margin of 50 for other platforms' rounding.
+        {"nearly collinear regressors", 2, 3, 0, 120, 70, NEARLY_COLLINEAR, 1e-4},
         // clang-format on
     };
     for (const auto &r : rows) {
