@@ -56,8 +56,9 @@ TEST(Calendar, PublishedDayNumbersAndInvalidDates) {
                 {2000, 0, 1, -1},         {2000, 1, 0, -1},        {2000, 1, -7, -1},
                 {2000000000, 12, 31, -1}, {-2000000000, 1, 1, -1}};
     for (const Row &r : rows) EXPECT_EQ(JulianDay(r.y, r.m, r.d), r.jd) << r.y << "-" << r.m << "-" << r.d;
-    EXPECT_TRUE(WeekdayOfJulianDay(2451545) + refWeekday(2451545) == 14 && WeekdayOfDate(2024, 3, 31) == 1); // Sat, Sun
-    EXPECT_NE(JulianDay(2000, 2147483647, 2147483647), 0); // wild but defined
+    EXPECT_TRUE(WeekdayOfJulianDay(2451545) + refWeekday(2451545) == 14); // a Saturday, both ways
+    EXPECT_TRUE(WeekdayOfDate(2024, 3, 31) == 1);                         // a Sunday
+    EXPECT_NE(JulianDay(2000, 2147483647, 2147483647), 0);                // wild but defined
 }
 
 // Every day of the Julian calendar from 4800 BC up to the switch and of the Gregorian one from
@@ -77,8 +78,10 @@ TEST(Calendar, EveryDayOfBothCalendars) {
                     ASSERT_EQ(JulianDay(y, m, d), jd) << y << "-" << m << "-" << d;
                     int yy, mm, dd;
                     CalendarDate(static_cast<int>(jd), &yy, &mm, &dd);
-                    ASSERT_TRUE(yy == y && mm == m && dd == d &&
-                                WeekdayOfJulianDay(static_cast<int>(jd)) == refWeekday(jd))
+                    ASSERT_TRUE(yy == y) << jd << " -> " << yy << "-" << mm << "-" << dd;
+                    ASSERT_TRUE(mm == m) << jd << " -> " << yy << "-" << mm << "-" << dd;
+                    ASSERT_TRUE(dd == d) << jd << " -> " << yy << "-" << mm << "-" << dd;
+                    ASSERT_TRUE(WeekdayOfJulianDay(static_cast<int>(jd)) == refWeekday(jd))
                         << jd << " -> " << yy << "-" << mm << "-" << dd;
                 }
 }
@@ -97,7 +100,12 @@ TEST(Calendar, SwitchWindowAndWideRoundTrip) {
     for (long long jd = -2147483648LL; jd <= 2147483647LL; jd += jd < 2147473000LL ? 9973 : 1) {
         int y, m, d;
         CalendarDate(static_cast<int>(jd), &y, &m, &d);
-        ASSERT_TRUE(m >= 1 && m <= 12 && d >= 1 && d <= 31 && y != 0 && WeekdayOfJulianDay(static_cast<int>(jd)) >= 1);
+        ASSERT_TRUE(m >= 1);
+        ASSERT_TRUE(m <= 12);
+        ASSERT_TRUE(d >= 1);
+        ASSERT_TRUE(d <= 31);
+        ASSERT_TRUE(y != 0);
+        ASSERT_TRUE(WeekdayOfJulianDay(static_cast<int>(jd)) >= 1);
         if (jd < civilJd(1582, 1, 1, false) || jd >= 2299161) {
             ASSERT_EQ(JulianDay(y, m, d), jd) << y << "-" << m << "-" << d;
         }
@@ -109,7 +117,8 @@ TEST(Calendar, EasterEveryYear1To4099) {
         int m, d;
         EasterDate(y, &m, &d);
         ASSERT_EQ(31 * m + d - 1, referenceEaster(y)) << y << ": " << m << "/" << d;
-        ASSERT_TRUE(EasterDay(y) == civilJd(y, m, d, y >= 1583) && WeekdayOfJulianDay(EasterDay(y)) == 1) << y;
+        ASSERT_TRUE(EasterDay(y) == civilJd(y, m, d, y >= 1583)) << y;
+        ASSERT_TRUE(WeekdayOfJulianDay(EasterDay(y)) == 1) << y;
     }
     // Published dates: the earliest (1818) and latest (2038) possible, and 1582 still Julian.
     for (const auto &p : {std::array<int, 3>{2024, 3, 31}, {1818, 3, 22}, {2038, 4, 25}, {1582, 4, 15}})

@@ -30,7 +30,8 @@ TEST_F(DataFile, MacroDataAgainstIndependentParse) {
     EXPECT_STREQ(db->name, "macrodata.csv");
     const Sample expect{1959, 1, 2009, 3, 4};
     char freq[64];
-    EXPECT_TRUE(!std::memcmp(&db->sample, &expect, sizeof expect) && db->modified + DbIsDated(db) == 0);
+    EXPECT_TRUE(!std::memcmp(&db->sample, &expect, sizeof expect));
+    EXPECT_TRUE(db->modified + DbIsDated(db) == 0);
     EXPECT_STREQ(DbFrequencyName(db, freq, sizeof freq), "Quarterly");
 
     // Every field after year and quarter (the sample) against std::stod of the same text.

@@ -63,7 +63,8 @@ TEST_F(Messages, EveryMessageInItsSituation) {
              while (all.size() < DB_TABLE_SLOTS) all.push_back(DbCreate(nullptr, 1));
              EXPECT_EQ(DbCreate("one too many", 0), nullptr);
              DbFree(all.back()), all.pop_back(); // a free slot, so that the name is what fails
-             EXPECT_TRUE(DbCreate("dir/MACRO", 0) == nullptr && DbFindByName("other", 1) == nullptr);
+             EXPECT_TRUE(DbCreate("dir/MACRO", 0) == nullptr);
+             EXPECT_TRUE(DbFindByName("other", 1) == nullptr);
              for (Database *d : all) DbFree(d);
              DbTableEnable(0);
          },
@@ -102,7 +103,8 @@ TEST_F(Messages, EveryMessageInItsSituation) {
         {"a sample beyond the limit",
          {},
          [](Database *db) {
-             EXPECT_TRUE(DbSetSample(db, Sample{1, 1, 100000005, 1, 1}) == 1 && db->obsCount == 100000000);
+             EXPECT_TRUE(DbSetSample(db, Sample{1, 1, 100000005, 1, 1}) == 1);
+             EXPECT_TRUE(db->obsCount == 100000000);
          },
          {"Warning: Truncated number of observations to 100000000"}},
         {"an extension reaching the limit",

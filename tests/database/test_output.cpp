@@ -47,7 +47,8 @@ TEST_F(Output, SWprintfThresholds) {
         SCOPED_TRACE(testing::Message() << r.buffering << " " << r.prefix << " " << r.length);
         EXPECT_EQ(takeMessages(), r.overwrite ? Strings{"Error: IE: buffer overwrite - SWprintf()"} : Strings{});
         EXPECT_EQ(outputs(), r.flushed ? Strings{(pre + text).substr(0, r.flushed - 1) + "\n"} : Strings{});
-        EXPECT_TRUE(OutputBufferLength() == r.kept && std::string(OutputBufferText()).size() == r.kept);
+        EXPECT_TRUE(OutputBufferLength() == r.kept);
+        EXPECT_TRUE(std::string(OutputBufferText()).size() == r.kept);
     }
     SetOutputBuffering(0), OutputClearBuffer(), outputs().clear();
     SWprintf(nullptr);
@@ -90,9 +91,11 @@ TEST_F(Output, CallbacksAndDefaultChannels) {
     SWprintf("x");
     EXPECT_EQ(FlushOutputAndPoll(), 7);
     FlushOutput(), OutputNotify(); // nothing pending: no text, but callback A still runs
-    EXPECT_TRUE(outputs() == Strings{"x"} && notifications() == 3);
+    EXPECT_TRUE(outputs() == Strings{"x"});
+    EXPECT_TRUE(notifications() == 3);
     SetOutputChannels([](const char *) {}, nullptr, nullptr); // the defaults: nothing, and 0
-    EXPECT_TRUE(FlushOutputAndPoll() == 0 && notifications() == 3);
+    EXPECT_TRUE(FlushOutputAndPoll() == 0);
+    EXPECT_TRUE(notifications() == 3);
 
     ReportError("bad"), ReportWarning("odd"), ReportError(nullptr);
     EXPECT_EQ(takeMessages(), (Strings{"Error: bad", "Warning: odd", "Error: "}));

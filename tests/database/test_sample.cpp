@@ -26,19 +26,23 @@ TEST(Sample, ArithmeticAgainstAWalk) {
         int y = s.startYear, p = s.startPeriod, t = -3 * s.frequency - 2;
         for (int k = 0; k > t; --k) step(&y, &p, s.frequency, -1);
         for (;; ++t, step(&y, &p, s.frequency, 1)) {
-            ASSERT_TRUE(SampleObsIndex(y, p, s) == t && SampleYearOfObs(t, s) == y && SamplePeriodOfObs(t, s) == p)
-                << t;
+            ASSERT_TRUE(SampleObsIndex(y, p, s) == t) << t;
+            ASSERT_TRUE(SampleYearOfObs(t, s) == y) << t;
+            ASSERT_TRUE(SamplePeriodOfObs(t, s) == p) << t;
             if (y == s.endYear && p == s.endPeriod) break;
         }
         EXPECT_EQ(SampleObsCount(s), t + 1);
         for (int c = 1; c <= 2 * (t + 1); ++c) {
             Sample a = s, b = s;
             SampleSetCount(&a, c), SampleSetStartFromEnd(&b, c);
-            ASSERT_TRUE(a.endYear == SampleYearOfObs(c - 1, s) && a.endPeriod == SamplePeriodOfObs(c - 1, s)) << c;
-            ASSERT_TRUE(b.endYear == s.endYear && b.endPeriod == s.endPeriod && b.startPeriod >= 1 &&
-                        b.startPeriod <= s.frequency)
-                << c;
-            ASSERT_TRUE(SampleObsCount(a) == c && SampleObsCount(b) == c) << c;
+            ASSERT_TRUE(a.endYear == SampleYearOfObs(c - 1, s)) << c;
+            ASSERT_TRUE(a.endPeriod == SamplePeriodOfObs(c - 1, s)) << c;
+            ASSERT_TRUE(b.endYear == s.endYear) << c;
+            ASSERT_TRUE(b.endPeriod == s.endPeriod) << c;
+            ASSERT_TRUE(b.startPeriod >= 1) << c;
+            ASSERT_TRUE(b.startPeriod <= s.frequency) << c;
+            ASSERT_TRUE(SampleObsCount(a) == c) << c;
+            ASSERT_TRUE(SampleObsCount(b) == c) << c;
         }
     }
     const Sample zero = {2000, 1, 2004, 1, 0}, wide = {-2000000000, 1, 2000000000, 1, 1000};
@@ -89,9 +93,8 @@ TEST(Sample, PeriodAndFrequencyTexts) {
     };
     for (const Row &r : rows) {
         EXPECT_STREQ(SampleFrequencyName(out, sizeof out, r.s, r.nobs, r.dated, r.first, r.last), r.name);
-        EXPECT_TRUE(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last) == r.daysPerWeek &&
-                    SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last) == r.obsPerYear)
-            << r.name;
+        EXPECT_TRUE(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last) == r.daysPerWeek) << r.name;
+        EXPECT_TRUE(SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last) == r.obsPerYear) << r.name;
     }
 }
 

@@ -78,20 +78,24 @@ TEST_F(Store, NewDatabasesAndTheTable) {
     for (const auto &r : rows) {
         Database *db = DbCreate(r.given, r.capacity);
         EXPECT_EQ(dump(db), "1996(1)-2005(1)/1 T=10 desc=<null>");
-        EXPECT_TRUE(!std::strcmp(db->name, r.name) && !std::strcmp(db->label, r.label) &&
-                    db->capacity == r.expectCapacity && !std::strcmp(DbTableLastName(), r.name) &&
-                    db->tableSlot + db->undoOn + db->modified == 0)
-            << r.name;
+        EXPECT_TRUE(!std::strcmp(db->name, r.name)) << r.name;
+        EXPECT_TRUE(!std::strcmp(db->label, r.label)) << r.name;
+        EXPECT_TRUE(db->capacity == r.expectCapacity) << r.name;
+        EXPECT_TRUE(!std::strcmp(DbTableLastName(), r.name)) << r.name;
+        EXPECT_TRUE(db->tableSlot + db->undoOn + db->modified == 0) << r.name;
         DbFree(db);
     }
     DbTableEnable(1);
     Database *a = DbCreate("Macro", 0), *b = DbCreate("", 0);
-    EXPECT_TRUE(a->tableSlot == 1 && !std::strcmp(b->name, "data2") && DbFindByName("mAcRo", 1) == a);
+    EXPECT_TRUE(a->tableSlot == 1);
+    EXPECT_TRUE(!std::strcmp(b->name, "data2"));
+    EXPECT_TRUE(DbFindByName("mAcRo", 1) == a);
     DbFree(a);
     Database *c = DbCreate("again", 0); // the freed slot
     EXPECT_EQ(c->tableSlot, 1);
     DbTableEnable(0);
-    EXPECT_TRUE(c->tableSlot + b->tableSlot == 0 && DbFindByName("again", 0) == nullptr);
+    EXPECT_TRUE(c->tableSlot + b->tableSlot == 0);
+    EXPECT_TRUE(DbFindByName("again", 0) == nullptr);
     DbFree(b), DbFree(c);
 }
 
@@ -101,12 +105,16 @@ TEST_F(Store, AddVariablesAndCapacityGrowth) {
     } rows[] = {{0, 256, 1, 512}, {0, 10, 300, 310}, {4, 4, 1, 260}, {0, 0, 256, 256}, {1, 0, 1, 1}};
     for (const auto &r : rows) {
         Database *db = DbCreate("g", r.capacity);
-        EXPECT_TRUE((r.first ? DbAddVariables(db, r.first) : 0) == 0 && DbAddVariables(db, r.add) == r.first);
+        EXPECT_EQ(r.first ? DbAddVariables(db, r.first) : 0, 0);
+        EXPECT_EQ(DbAddVariables(db, r.add), r.first);
         const int last = db->varCount - 1;
-        EXPECT_TRUE(db->capacity == r.expectCapacity && last + 1 == r.first + r.add &&
-                    db->names[last] == "Var" + std::to_string(last + 1) && db->varFlags[last] == DB_VAR_NEW &&
-                    db->modified == 1 && std::isnan(db->columns[last][9]))
+        EXPECT_TRUE(db->capacity == r.expectCapacity) << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_TRUE(last + 1 == r.first + r.add) << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_TRUE(db->names[last] == "Var" + std::to_string(last + 1))
             << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_TRUE(db->varFlags[last] == DB_VAR_NEW) << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_TRUE(db->modified == 1) << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_TRUE(std::isnan(db->columns[last][9])) << r.capacity << " " << r.first << " " << r.add;
         expectConsistent(db);
         DbFree(db);
     }
@@ -151,7 +159,8 @@ TEST_F(Store, LagSuffixResolution) {
         Database *db = makeDb(r.vars);
         int lag = 99;
         EXPECT_EQ(DbFindVariable(db, r.name, r.lagAllowed, &lag, r.quiet), r.index) << r.name;
-        EXPECT_TRUE((r.index >= 0 ? lag : r.lag) == r.lag && takeMessages().size() == r.messages) << r.name;
+        EXPECT_EQ(r.index >= 0 ? lag : r.lag, r.lag) << r.name;
+        EXPECT_EQ(takeMessages().size(), r.messages) << r.name;
         DbFree(db);
     }
     EXPECT_EQ(DbFindVariable(nullptr, "X", 1, nullptr, 0), -1);
@@ -175,17 +184,20 @@ TEST_F(Store, RenameAndDeleteVariables) {
         db->modified = 0;
         EXPECT_EQ(DbRenameVariable(db, 0, r.name, r.report), r.result) << r.name;
         EXPECT_STREQ(db->names[0], r.expect) << r.name;
-        EXPECT_TRUE(db->modified == (std::strcmp(r.expect, "A") != 0) && takeMessages().size() == r.messages) << r.name;
+        EXPECT_TRUE(db->modified == (std::strcmp(r.expect, "A") != 0)) << r.name;
+        EXPECT_TRUE(takeMessages().size() == r.messages) << r.name;
         DbFree(db);
     }
     Database *db = makeDb({"A", "B", "C"});
     EXPECT_EQ(DbSetVariableName(db, 0, "") + DbSetVariableName(db, 3, "x") + DbRenameVariable(db, -1, "x", 1), 0);
-    EXPECT_TRUE(DbSetVariableName(db, 2, "1 \"raw\"") == 1 && !std::strcmp(db->names[2], "1 \"raw\"")); // kept as given
+    EXPECT_TRUE(DbSetVariableName(db, 2, "1 \"raw\"") == 1);
+    EXPECT_TRUE(!std::strcmp(db->names[2], "1 \"raw\"")); // kept as given
     DbSetVariableFlags(db, 0, DB_VAR_PROTECTED);
     EXPECT_EQ(DbDeleteVariables(db, 0) + DbDeleteVariables(db, 3), 0);
     EXPECT_EQ(takeMessages().size(), 1u);
     EXPECT_EQ(DbDeleteVariables(db, 1), 1);
-    EXPECT_TRUE(std::string(db->names[0]) + "," + db->names[1] == "A,1 \"raw\"" && db->columns[1][0] == 20.0);
+    EXPECT_TRUE(std::string(db->names[0]) + "," + db->names[1] == "A,1 \"raw\"");
+    EXPECT_TRUE(db->columns[1][0] == 20.0);
     // Inside a batch the deletion is only marked; the end of the outermost batch removes it.
     DbBeginBatch(db), DbBeginBatch(db);
     EXPECT_EQ(DbDeleteVariables(db, 1), 1);
@@ -239,7 +251,8 @@ TEST_F(Store, ObservationEdits) {
                            : r.op == 'o' ? DbSortObservations(db, r.a)
                                          : DbSetSample(db, Sample{1990, 1, 1992, 4, 4});
         const std::string what = r.op + std::to_string(r.a) + "," + std::to_string(r.b);
-        EXPECT_TRUE(result == r.result && !std::memcmp(&db->sample, &r.sample, sizeof(Sample))) << what;
+        EXPECT_TRUE(result == r.result) << what;
+        EXPECT_TRUE(!std::memcmp(&db->sample, &r.sample, sizeof(Sample))) << what;
         expectColumn(db, 0, r.t, what.c_str());
         expectConsistent(db);
         DbFree(db);
@@ -247,9 +260,12 @@ TEST_F(Store, ObservationEdits) {
     // At the limit: exactly 100,000,000 observations can be set (no variables, so no storage),
     // an extension staying below it is taken; invalid samples are refused.
     Database *db = DbCreate("s", 0);
-    EXPECT_TRUE(DbSetSample(db, Sample{1, 1, 100000000, 1, 1}) == 1 && db->obsCount == 100000000);
+    EXPECT_TRUE(DbSetSample(db, Sample{1, 1, 100000000, 1, 1}) == 1);
+    EXPECT_TRUE(db->obsCount == 100000000);
     ASSERT_EQ(DbSetSample(db, Sample{1, 1, 99999990, 1, 1}), 1);
-    EXPECT_TRUE(DbExtendSample(db, 5, 4) == 1 && db->obsCount == 99999999 && db->sample.startYear == -4);
+    EXPECT_TRUE(DbExtendSample(db, 5, 4) == 1);
+    EXPECT_TRUE(db->obsCount == 99999999);
+    EXPECT_TRUE(db->sample.startYear == -4);
     const Sample bad[] = {{1990, 0, 1991, 1, 4}, {1990, 5, 1991, 1, 4}, {1990, 1, 1989, 1, 4}, {1990, 1, 1991, 1, 0}};
     for (const Sample &s : bad) EXPECT_EQ(DbSetSample(db, s), 0);
     EXPECT_EQ(takeMessages(), Strings(4, "Error: Invalid sample"));
@@ -280,7 +296,8 @@ TEST_F(Store, ExtendContinuesDates) {
         for (int t = 0; t < T; ++t) db->columns[0][t] = base + r.days[t];
         const DbVarInfo date{{1, 0, 0, 0}};
         DbSetVariableInfo(db, 0, &date);
-        ASSERT_TRUE(DbIsDated(db) == 1 && DbExtendSample(db, r.a, r.b) == 1);
+        ASSERT_TRUE(DbIsDated(db) == 1);
+        ASSERT_TRUE(DbExtendSample(db, r.a, r.b) == 1);
         std::vector<double> want;
         for (int d : r.expect) want.push_back(base + d);
         if (want.empty()) want.assign(T + r.a + r.b, NA);
@@ -298,8 +315,12 @@ TEST_F(Store, UndoRestoresEveryKind) {
             Database *db = makeStoreDb(1);
             db->modified = startModified;
             const std::string before = dump(db);
-            EXPECT_TRUE(r.op(db) && dump(db) != before && db->modified + DbUndoSteps(db) == 3) << r.what;
-            EXPECT_TRUE(DbUndo(db) == 1 && dump(db) == before && db->modified == startModified) << r.what;
+            EXPECT_TRUE(r.op(db)) << r.what;
+            EXPECT_TRUE(dump(db) != before) << r.what;
+            EXPECT_TRUE(db->modified + DbUndoSteps(db) == 3) << r.what;
+            EXPECT_TRUE(DbUndo(db) == 1) << r.what;
+            EXPECT_TRUE(dump(db) == before) << r.what;
+            EXPECT_TRUE(db->modified == startModified) << r.what;
             expectConsistent(db);
             DbFree(db);
         }
@@ -310,7 +331,10 @@ TEST_F(Store, UndoRestoresEveryKind) {
         EXPECT_TRUE(r.op(db)) << r.what;
     }
     EXPECT_EQ(DbUndoSteps(db), static_cast<int>(states.size()) + 1);
-    for (size_t i = states.size(); i-- > 0;) EXPECT_TRUE(DbUndo(db) == 1 && dump(db) == states[i]) << kStoreOps[i].what;
+    for (size_t i = states.size(); i-- > 0;) {
+        EXPECT_EQ(DbUndo(db), 1) << kStoreOps[i].what;
+        EXPECT_EQ(dump(db), states[i]) << kStoreOps[i].what;
+    }
     // Only the newest 32 steps are kept; switching undo off discards them.
     for (int i = 0; i < 40; ++i) DbSetDescription(db, std::to_string(i).c_str());
     EXPECT_EQ(DbUndoSteps(db), 32);
@@ -320,14 +344,19 @@ TEST_F(Store, UndoRestoresEveryKind) {
     DbSetUndo(db, 1), DbSetDescription(db, "x"), DbBeginBatch(db);
     const int inBatch = DbUndo(db);
     DbEndBatch(db);
-    EXPECT_TRUE(inBatch == 0 && DbUndo(db) == 1);
+    EXPECT_TRUE(inBatch == 0);
+    EXPECT_TRUE(DbUndo(db) == 1);
     // Marked changes set the flag and join the newest snapshot's ranges.
     DbSnapshotValues(db, 0, 0, 1, 2), DbMarkChanged(db, 1, 1);
     EXPECT_EQ(db->varFlags[0] + db->varFlags[1], 2 * DB_VAR_NEW + DB_VAR_CHANGED);
     int r[4] = {-1, -1, -1, -1};
-    EXPECT_TRUE(DbUndoChangedRange(db, &r[0], &r[1], &r[2], &r[3]) == 1 && r[0] == 0 && r[1] == 1 && r[2] == 1 &&
-                r[3] == 2);
-    EXPECT_TRUE(DbDateAt(db, -3) == db->columns[0][0] && DbDateAt(db, 1000) == db->columns[0][db->obsCount - 1]);
+    EXPECT_TRUE(DbUndoChangedRange(db, &r[0], &r[1], &r[2], &r[3]) == 1);
+    EXPECT_TRUE(r[0] == 0);
+    EXPECT_TRUE(r[1] == 1);
+    EXPECT_TRUE(r[2] == 1);
+    EXPECT_TRUE(r[3] == 2);
+    EXPECT_TRUE(DbDateAt(db, -3) == db->columns[0][0]);
+    EXPECT_TRUE(DbDateAt(db, 1000) == db->columns[0][db->obsCount - 1]);
     DbFree(db);
 }
 

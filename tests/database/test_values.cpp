@@ -107,8 +107,9 @@ TEST_F(Values, RoundTripOfFormattedDates) {
                 double back;
                 int kind;
                 const char *end = ReadValueToken(text, 0, &back, &kind, nullptr);
-                ASSERT_TRUE(kind == VALUE_DATE && *end == '\0' && std::fabs(back - value) * 8.64e6 < 0.5)
-                    << text << " " << value;
+                ASSERT_TRUE(kind == VALUE_DATE) << text << " " << value;
+                ASSERT_TRUE(*end == '\0') << text << " " << value;
+                ASSERT_TRUE(std::fabs(back - value) * 8.64e6 < 0.5) << text << " " << value;
             }
         }
 }
@@ -186,8 +187,11 @@ TEST_F(Values, CleaningLoadedData) {
         Database *db = makeDb({"a", "b"}, Sample{1, 1, 8, 1, 1});
         for (int t = 0; t < 8; ++t) db->columns[0][t] = db->columns[1][t] = data[t];
         EXPECT_EQ(CleanLoadedData(db, 0, 0, 0, 6, r.convert, r.report), r.converted);
-        EXPECT_TRUE(takePrinted() == r.text && bitsOf(db->columns[0][1]) == bitsOf(r.second)) << r.convert << r.report;
-        EXPECT_TRUE(db->columns[1][1] == -9999.99 && db->columns[0][7] == -9999.990000001 && db->columns[0][2] == 2e31);
+        EXPECT_TRUE(takePrinted() == r.text) << r.convert << r.report;
+        EXPECT_TRUE(bitsOf(db->columns[0][1]) == bitsOf(r.second)) << r.convert << r.report;
+        EXPECT_TRUE(db->columns[1][1] == -9999.99);
+        EXPECT_TRUE(db->columns[0][7] == -9999.990000001);
+        EXPECT_TRUE(db->columns[0][2] == 2e31);
         DbFree(db);
     }
 }
@@ -219,13 +223,16 @@ TEST_F(Values, TextBlockMeasure) {
         int nr = -1, nc = -1;
         ptrdiff_t header = -9, data = -9;
         EXPECT_EQ(MeasureTextBlock(&text[0], r.numbersOnly, 1, &nr, &nc, &header, &data), r.result) << r.text;
-        EXPECT_TRUE(nr == r.rows && nc == r.cols && header == r.header && data == r.data)
-            << r.text << ": " << nr << " " << nc << " " << header << " " << data;
+        EXPECT_TRUE(nr == r.rows) << r.text << ": " << nr << " " << nc << " " << header << " " << data;
+        EXPECT_TRUE(nc == r.cols) << r.text << ": " << nr << " " << nc << " " << header << " " << data;
+        EXPECT_TRUE(header == r.header) << r.text << ": " << nr << " " << nc << " " << header << " " << data;
+        EXPECT_TRUE(data == r.data) << r.text << ": " << nr << " " << nc << " " << header << " " << data;
     }
     // Decimal commas become points in the rows, not in the header.
     std::string text = "a,b c\n1,5 2,25 3, 4\n";
     int nr, nc;
-    EXPECT_TRUE(MeasureTextBlock(&text[0], 0, 1, &nr, &nc, nullptr, nullptr) == 1 && nc == 5);
+    EXPECT_TRUE(MeasureTextBlock(&text[0], 0, 1, &nr, &nc, nullptr, nullptr) == 1);
+    EXPECT_TRUE(nc == 5);
     EXPECT_EQ(text, "a,b c\n1.5 2.25 3, 4\n");
 }
 

@@ -263,14 +263,17 @@ TEST(Logit, InvalidCodesAndUnderflow) {
     setLogit(c, md, {0, 3, -1, 2}, 1);
     const double llf = run(c, FnLogitRz);
     const Vec li = c.out(10);
-    EXPECT_TRUE(std::isnan(li[1]) && std::isnan(li[2]));
+    EXPECT_TRUE(std::isnan(li[1]));
+    EXPECT_TRUE(std::isnan(li[2]));
     EXPECT_EQ(llf, li[0] + li[3]);
-    EXPECT_TRUE(c.out(9).size() == 12u && !std::isnan(c.out(9)[3]));
+    ASSERT_EQ(c.out(9).size(), 12u);
+    EXPECT_FALSE(std::isnan(c.out(9)[3]));
     // Utilities all below -745: the shift stays at 0, exp underflows, probabilities are NaN.
     HostCall u;
     md.O.assign(12, -800.0), md.beta.assign(md.k, 0.0);
     setLogit(u, md, md.y, 1);
-    EXPECT_TRUE(std::isnan(run(u, FnLogitRz)) && std::isnan(u.out(9)[0]));
+    EXPECT_TRUE(std::isnan(run(u, FnLogitRz)));
+    EXPECT_TRUE(std::isnan(u.out(9)[0]));
 }
 
 TEST(ActFitTable, CountsTiesNonPositiveRowsAndFractionalWeights) {

@@ -148,7 +148,8 @@ TEST(Egarch, CapAt709OnlyInTheMainPhase) {
     egarchCall(c, {1, 1, 1}, {800, 750, NaN}, 0, 0, 0, {}, {0.5}, 1, 1e-300);
     ExpectClose(c.out(9), Vec{800, 709, NaN}, 0, "log h");
     const double u = 1 - 1e-300 * std::exp(709.0);
-    EXPECT_TRUE(c.out(10)[0] == u && c.out(10)[1] == u);
+    EXPECT_TRUE(c.out(10)[0] == u);
+    EXPECT_TRUE(c.out(10)[1] == u);
 }
 
 } // namespace

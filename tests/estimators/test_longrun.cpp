@@ -97,7 +97,8 @@ TEST(Kronecker, SelectionMatchesFullProduct) {
         ASSERT_EQ(h.mat(0, k.rA, k.cA, A).mat(1, k.rB, k.cB, B).row(2, k.R).col(3, k.C).invoke(FnKroneckerSel), 1);
         int r = -1, c = -1;
         LumoValGetMatrix(&h.result, &r, &c);
-        ASSERT_TRUE(r == static_cast<int>(k.rowOf.size()) && c == static_cast<int>(k.colOf.size())) << r << " x " << c;
+        ASSERT_TRUE(r == static_cast<int>(k.rowOf.size())) << r << " x " << c;
+        ASSERT_TRUE(c == static_cast<int>(k.colOf.size())) << r << " x " << c;
         Vec want;
         for (double pr : k.rowOf)
             for (double pc : k.colOf)

@@ -136,7 +136,8 @@ TEST(MarkovSwitching, SmootherGuardsAndClamps) {
         for (int o = 0; o < 2; ++o) // relative: 0.5e-100 is not 0
             for (size_t i = 0; i < want[o].size() && got[o].size() == want[o].size(); ++i)
                 EXPECT_DOUBLE_EQ(got[o][i], want[o][i]) << o << " " << i;
-        EXPECT_TRUE(got[0].size() == 4 && got[1].size() == 4);
+        EXPECT_TRUE(got[0].size() == 4);
+        EXPECT_TRUE(got[1].size() == 4);
     }
 }
 

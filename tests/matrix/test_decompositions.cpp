@@ -58,7 +58,8 @@ TEST(LeastSquares, AgainstNormalEquationsAndStatusCodes) {
         ASSERT_TRUE(MatLsqWorkAlloc(&w, r.k, r.n, r.count));
         ASSERT_EQ(MatLsqFit(X, r.k, r.count, Y, r.n, B, P, &w), r.status);
         if (r.status == 0) {
-            EXPECT_TRUE(std::isnan(B.get()[0][0]) && std::isnan(P.get()[2][2]));
+            EXPECT_TRUE(std::isnan(B.get()[0][0]));
+            EXPECT_TRUE(std::isnan(P.get()[2][2]));
             continue;
         }
         std::vector<int> kept(w.perm, w.perm + w.rank);
@@ -187,9 +188,10 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         all.resize(n);
         const LMat inv = inverseOn(ref, all);
         for (int a = 0; a < n; ++a)
-            for (int b = 0; b < n; ++b)
-                EXPECT_TRUE(std::fabs(F.get()[a][b] - inv[a][b]) <= 1e-14 * inv[a][a] &&
-                            F.get()[a][b] == F.get()[b][a]);
+            for (int b = 0; b < n; ++b) {
+                EXPECT_NEAR(F.get()[a][b], inv[a][b], 1e-14 * inv[a][a]) << a << "," << b;
+                EXPECT_EQ(F.get()[a][b], F.get()[b][a]) << a << "," << b;
+            }
     }
     MatOwner A(2, 2);
     MatZero(A, 2, 2);
