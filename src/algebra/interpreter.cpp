@@ -28,14 +28,17 @@ enum {
     KEY_OPER = 128,  // + operator: both operands on the stack
     KEY_VAR = 256,   // + operator (+ - * /): the right operand a variable at t
     KEY_CONST = 384, // + operator (+ - * /): the right operand a constant
+    KEY_PAIR = 448,  // + operator (+ - * /): both operands variables at t, the result pushed
     KEY_LOADAT = 511 // a variable at t + a whole offset
 };
 
 struct Step {
     int32_t key;
-    int32_t arg;              // jump: target step; CALL: function; LOADAT: offset; else the operand
-    const AlgebraSymbol *sym; // variable steps
-    double value;             // constants
+    int32_t arg;               // jump: target step; CALL: function; LOADAT: offset; else the operand
+    const AlgebraSymbol *sym;  // variable steps
+    const AlgebraSymbol *sym2; // the right operand of a pair
+    double value;              // constants
+    int32_t first;             // the code index of the step's first pair
 };
 
 bool arithmetic(int op) { return op == OPR_ADD || op == OPR_SUB || op == OPR_MUL || op == OPR_DIV; }
@@ -59,6 +62,12 @@ int decode(const AlgebraCompiler *c, Step *steps, int32_t *stepOf, unsigned char
             prev->value = -prev->value;
         } else if (op == OP_OPER && arithmetic(arg) && prev && (prev->key == OP_LOAD || afterConst)) {
             prev->key = (prev->key == OP_LOAD ? KEY_VAR : KEY_CONST) + arg;
+            Step *before = m > 1 && !target[prev->first] ? &steps[m - 2] : nullptr;
+            if (prev->key == KEY_VAR + arg && before && before->key == OP_LOAD) {
+                before->key = KEY_PAIR + arg;
+                before->sym2 = prev->sym;
+                --m;
+            }
         } else if (op == OP_LOADREL && afterConst && std::fabs(prev->value) < 1e9) {
             prev->key = KEY_LOADAT;
             prev->arg = static_cast<int32_t>(prev->value);
@@ -66,7 +75,7 @@ int decode(const AlgebraCompiler *c, Step *steps, int32_t *stepOf, unsigned char
         } else {
             Step &s = steps[m];
             stepOf[i] = m++;
-            s = Step{op == OP_OPER ? KEY_OPER + arg : op, arg, nullptr, 0.0};
+            s = Step{op == OP_OPER ? KEY_OPER + arg : op, arg, nullptr, nullptr, 0.0, i};
             if (op == OP_CONST) s.value = c->pool[static_cast<size_t>(arg)];
             if (op == OP_LOAD || op == OP_LOADREL || op == OP_LOADDATE || op == OP_STORE || op == OP_STOREREL ||
                 op == OP_STOREDATE)
@@ -208,6 +217,25 @@ void execute(AlgebraCompiler *c, const Step *steps, double *stack) {
             const double b = s.sym->data[t];
             if (b == 0.0 && top == top) c->errors |= ALGEBRA_DIVIDE_BY_ZERO;
             top /= b;
+            break;
+        }
+        case KEY_PAIR + OPR_ADD:
+            *sp++ = top;
+            top = s.sym->data[t] + s.sym2->data[t];
+            break;
+        case KEY_PAIR + OPR_SUB:
+            *sp++ = top;
+            top = s.sym->data[t] - s.sym2->data[t];
+            break;
+        case KEY_PAIR + OPR_MUL:
+            *sp++ = top;
+            top = s.sym->data[t] * s.sym2->data[t];
+            break;
+        case KEY_PAIR + OPR_DIV: {
+            *sp++ = top;
+            const double a = s.sym->data[t], b = s.sym2->data[t];
+            if (b == 0.0 && a == a) c->errors |= ALGEBRA_DIVIDE_BY_ZERO;
+            top = a / b;
             break;
         }
         case KEY_CONST + OPR_ADD: top += s.value; break;
