@@ -11,9 +11,10 @@
 //   // code: 0001 CONST 1 ; 1 the disassembly, line by line (blanks collapsed)
 //   // variables: x y         the database's variables afterwards
 //   // param: 0 1.5           parameter 0's constant-pool value after compiling
-// Below them, what a program cannot reach: the built-in table, reports of every fault bit, the
-// disassembler's measuring, growth of the code and constant buffers at their limits, the bridge's
-// parameter writes, columns moved between runs, and allocation failures.
+// Below them, what a program cannot reach (or only at great length): the built-in table, reports
+// of every fault bit, the disassembler's measuring, growth of the code and constant buffers at
+// their limits, line numbers past 999, the bridge's parameter writes, columns moved between runs,
+// and allocation failures.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -316,6 +317,13 @@ TEST_F(Algebra, ConstantPoolGrowsBetweenStatementsWhenFewerThanFiftyAreFree) {
     AlgebraConstants(c, &count);
     EXPECT_EQ(count, 10 + 341 + 51);
     AlgebraFree(c);
+}
+
+// The stream keeps three digits of a line number: line 1234 is reported as 123.
+TEST_F(Algebra, LinesPastNineHundredNinetyNineKeepThreeDigits) {
+    EXPECT_EQ(compile(std::string(1233, '\n') + "y = zz;"), nullptr);
+    EXPECT_EQ(messages().back(), "Error: Parse error: zz Undeclared identifier on line 123");
+    messages().clear();
 }
 
 TEST_F(Algebra, BridgeWritesParametersInIncreasingNumber) {
