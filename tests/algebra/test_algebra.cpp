@@ -23,6 +23,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -370,6 +371,7 @@ TEST_F(Algebra, DeletedVariablesReturnForTheNextRun) {
 // failure is a clear one (a message, no partial success) and frees what it made.
 TEST_F(Algebra, AllocationFailuresFailCleanly) {
     const char *program = "a = log(x) + lag(x, 1); b[1] = a > 1 ? sqrt(a) : -a; c = 2020-1-15; delete(a);";
+    std::set<std::string> said;
     long failures = ForEachLibraryAllocationFailure([&](long n) {
         messages().clear();
         Database *db = DbCreate("fault", 0);
@@ -387,10 +389,14 @@ TEST_F(Algebra, AllocationFailuresFailCleanly) {
                 EXPECT_FALSE(messages().empty()) << "allocation " << n << " failed without a message";
             }
         }
+        said.insert(messages().begin(), messages().end());
         AlgebraFree(c);
         DbFree(db);
     });
     EXPECT_GT(failures, 10);
+    EXPECT_EQ(said.count("Error: Out of memory"), 1u);
+    EXPECT_EQ(said.count("Error: Parse error: Out of memory on line 1"), 1u);
+    EXPECT_EQ(said.count("Error: Parse error: a Could not create variable on line 1"), 1u);
     messages().clear();
 }
 
