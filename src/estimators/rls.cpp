@@ -124,13 +124,26 @@ double factorRss(const RlsFactor *f, int k, int e, const double *b) {
     return s + f->ysq[e];
 }
 
-// The per-equation outputs, each null when not asked for.
+// The seven outputs, each null when not asked for.
 struct RlsOutputs {
-    MATRIX coef, stdinnov, innov, rss, resid;
+    MATRIX coef, pdiag, stdinnov, innov, rss, resid, sysstat;
 };
 
 void fillMissing(MATRIX m, long long rows, int cols) {
     if (m && rows > 0 && rows <= INT_MAX) MatSetMissing(m, static_cast<int>(rows), cols);
+}
+
+// Before any check, so that what is not computed is missing on every path, failures included.
+void fillOutputsMissing(const RlsOutputs &out, int n, int k, int last) {
+    if (last < 0 || last >= INT_MAX) return;
+    const int cols = last + 1;
+    fillMissing(out.coef, static_cast<long long>(n) * k, cols);
+    fillMissing(out.pdiag, k, cols);
+    fillMissing(out.stdinnov, n, cols);
+    fillMissing(out.innov, n, cols);
+    fillMissing(out.rss, n, cols);
+    fillMissing(out.resid, n, cols);
+    fillMissing(out.sysstat, 1, cols);
 }
 
 // Observation first + c into column c of the working copies, for c = 0..T-1; the columns from T
@@ -273,29 +286,47 @@ double systemStatistic(RlsWork *wk, int n, int T, bool full) {
     return MatLogDet(W, n, &logdet, W) == 0 ? -0.5 * logdet : MissingValueOf();
 }
 
+// The state before the first step: working copies, the factor(s) of the first k observations,
+// the starting cross-products and the exactly identified coefficients.
+void startRecursion(RlsWork *wk, MATRIX Y, MATRIX X, int first, int T, int ncol, int n, int k) {
+    loadTransposed(wk->Yw, Y, n, first, T, ncol);
+    loadTransposed(wk->Xw, X, k, first, T, ncol);
+    MatZero(wk->B, n, k);
+    MatZero(wk->S, n, n);
+    MatZero(wk->W, n, n);
+    clearFactor(&wk->F, k, n);
+    if (wk->second) clearFactor(&wk->F2, k, n);
+    for (int col = 0; col < k; ++col) {
+        addToFactor(&wk->F, wk->Xw, wk->Yw, k, n, col, wk->z);
+        if (wk->second) addToFactor(&wk->F2, wk->Xw, wk->Yw, k, n, first + col, wk->z);
+    }
+    // The cross-products start from the absolute columns first..first+k-1 of the working copies
+    // (the first k observations when first = 0; see docs/rls.md for first > 0).
+    MatMulABtRange(wk->Yw, n, first, first + k - 1, wk->Xw, k, wk->XY);
+    // Exactly identified start: the coefficients that give the first innovations. Its P and its
+    // residual cross-products are superseded by the full step that always comes first.
+    MatLsqFit(wk->Xw, k, k, wk->Yw, n, wk->B, wk->P, &wk->lsq);
+}
+
+// Observation first + c becomes the current regressors and enters the factor(s).
+void addObservation(RlsWork *wk, int first, int c, int n, int k) {
+    for (int j = 0; j < k; ++j) wk->x[j] = wk->Xw[j][c];
+    addToFactor(&wk->F, wk->Xw, wk->Yw, k, n, c, wk->z);
+    if (wk->second) addToFactor(&wk->F2, wk->Xw, wk->Yw, k, n, first + c, wk->z);
+}
+
 } // namespace
 
 int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int k, MATRIX coef, MATRIX pdiag,
                  MATRIX stdinnov, MATRIX innov, MATRIX rss, MATRIX resid, MATRIX sysstat) {
-    // Outputs hold the missing value wherever nothing is computed, on every path.
-    if (last >= 0 && last < INT_MAX) {
-        const int cols = last + 1;
-        fillMissing(coef, static_cast<long long>(n) * k, cols);
-        fillMissing(pdiag, k, cols);
-        fillMissing(stdinnov, n, cols);
-        fillMissing(innov, n, cols);
-        fillMissing(rss, n, cols);
-        fillMissing(resid, n, cols);
-        fillMissing(sysstat, 1, cols);
-    }
+    const RlsOutputs out{coef, pdiag, stdinnov, innov, rss, resid, sysstat};
+    fillOutputsMissing(out, n, k, last);
     if (!Y || !X || n < 1 || k < 1 || first < 0 || last < first || last >= INT_MAX - 1) return 0;
     if (static_cast<long long>(first) + k > last) return 0;
 
     const int T = last - first + 1;
     const int ncol = last + 1 > T + 1 ? last + 1 : T + 1;
     const bool wantS = sysstat != nullptr;
-    const RlsOutputs out{coef, stdinnov, innov, rss, resid};
-
     // With first > 0 the statistic reads other working columns than the refit (docs/rls.md):
     // a second factor follows those.
     const bool secondFactor = wantS && first > 0;
@@ -304,32 +335,12 @@ int RlsRecursion(MATRIX Y, MATRIX X, int first, int last, int force, int n, int 
     block.reset(
         static_cast<char *>(KvCarveBlock([&](KvCarve &c) { layoutWork(c, &wk, n, k, ncol, wantS, secondFactor); })));
     if (!block.ok()) return 0;
-
-    loadTransposed(wk.Yw, Y, n, first, T, ncol);
-    loadTransposed(wk.Xw, X, k, first, T, ncol);
-    MatZero(wk.B, n, k);
-    MatZero(wk.S, n, n);
-    MatZero(wk.W, n, n);
-    clearFactor(&wk.F, k, n);
-    if (secondFactor) clearFactor(&wk.F2, k, n);
-    for (int col = 0; col < k; ++col) {
-        addToFactor(&wk.F, wk.Xw, wk.Yw, k, n, col, wk.z);
-        if (secondFactor) addToFactor(&wk.F2, wk.Xw, wk.Yw, k, n, first + col, wk.z);
-    }
-
-    // The cross-products start from the absolute columns first..first+k-1 of the working copies
-    // (the first k observations when first = 0; see docs/rls.md for first > 0).
-    MatMulABtRange(wk.Yw, n, first, first + k - 1, wk.Xw, k, wk.XY);
-    // Exactly identified start: the coefficients that give the first innovations. Its P and its
-    // residual cross-products are superseded by the full step that always comes first.
-    MatLsqFit(wk.Xw, k, k, wk.Yw, n, wk.B, wk.P, &wk.lsq);
+    startRecursion(&wk, Y, X, first, T, ncol, n, k);
 
     bool needRefit = true;
     for (int c = k;; ++c) {
         const int t = first + c;
-        for (int j = 0; j < k; ++j) wk.x[j] = wk.Xw[j][c];
-        addToFactor(&wk.F, wk.Xw, wk.Yw, k, n, c, wk.z);
-        if (secondFactor) addToFactor(&wk.F2, wk.Xw, wk.Yw, k, n, first + c, wk.z);
+        addObservation(&wk, first, c, n, k);
         bool full = needRefit || t == force || (c - k) % RlsRefitInterval == 0;
         double f = full ? 0.0 : updateInverse(&wk, k);
         if (f <= 0.0) full = true;
