@@ -35,10 +35,30 @@ void addOuter(MATRIX a, const double *s, int k) {
     }
 }
 
-double dot(const double *a, const double *b, int k) {
-    double s = 0.0;
-    for (int j = 0; j < k; ++j) s += a[j] * b[j];
-    return s;
+// a += c x x' over the lower triangle.
+void addLowerOuter(MATRIX a, double c, const double *x, int k) {
+    for (int j = 0; j < k; ++j) {
+        double *row = a[j];
+        const double cj = c * x[j];
+        for (int l = 0; l <= j; ++l) row[l] += cj * x[l];
+    }
+}
+
+// The probit's probabilities and density at eta. P0 is defined as 1 - P1 and only P0 is clamped:
+// with P1 rounded to 1 the y = 0 term stays finite at log 2^-104, while P1 = 0 gives
+// log P1 = -inf for y = 1.
+struct ProbitPoint {
+    double p0, p1, phi;
+};
+
+ProbitPoint probitPoint(double eta) {
+    ProbitPoint q;
+    q.p1 = DistNormalP(eta);
+    q.p0 = 1.0 - q.p1;
+    if (q.p0 < kDiscreteProbFloor) q.p0 = kDiscreteProbFloor;
+    if (q.p0 > 1.0) q.p0 = 1.0;
+    q.phi = std::exp(-0.5 * eta * eta) * 0.3989422804014327;
+    return q;
 }
 
 } // namespace
@@ -57,30 +77,23 @@ double ProbitEval(const double *beta, int k, const double *y, MATRIX X, int n, c
     KvCompensatedSum llf;
     for (int i = 0; i < n; ++i) {
         const double *xi = X[i];
-        double eta = dot(beta, xi, k);
-        double p1 = DistNormalP(eta);
-        // P0 is defined as 1 - P1 and only P0 is clamped: with P1 rounded to 1 the y = 0 term
-        // stays finite at log 2^-104, while P1 = 0 gives log P1 = -inf for y = 1.
-        double p0 = 1.0 - p1;
-        if (p0 < kDiscreteProbFloor) p0 = kDiscreteProbFloor;
-        if (p0 > 1.0) p0 = 1.0;
-        double phi = std::exp(-0.5 * eta * eta) * 0.3989422804014327;
+        const ProbitPoint q = probitPoint(KvDot(beta, xi, k));
         if (out.prob) {
-            out.prob[i][0] = p0;
-            out.prob[i][1] = p1;
+            out.prob[i][0] = q.p0;
+            out.prob[i][1] = q.p1;
         }
-        double code = std::trunc(y[i]);
+        const double code = std::trunc(y[i]);
         if (!(code == 0.0 || code == 1.0)) {
             if (out.llfObs) MissingValue(&out.llfObs[i]);
             continue;
         }
-        double wi = w ? w[i] : 1.0;
-        double li = wi * std::log(code == 1.0 ? p1 : p0);
+        const double wi = w ? w[i] : 1.0;
+        const double li = wi * std::log(code == 1.0 ? q.p1 : q.p0);
         llf.add(li);
         if (out.llfObs) out.llfObs[i] = li;
         if (out.score || outer) {
             // d l_i / d beta = w (y - P1) phi / (P0 P1) x_i
-            double c = (code - p1) * phi * wi / (p0 * p1);
+            const double c = (code - q.p1) * q.phi * wi / (q.p0 * q.p1);
             if (out.score)
                 for (int j = 0; j < k; ++j) out.score[j] += c * xi[j];
             if (outer) {
@@ -88,14 +101,7 @@ double ProbitEval(const double *beta, int k, const double *y, MATRIX X, int n, c
                 addOuter(outer, si, k);
             }
         }
-        if (out.info) {
-            double c = phi * phi * wi / (p1 * p0);
-            for (int j = 0; j < k; ++j) {
-                double *row = out.info[j];
-                double cj = c * xi[j];
-                for (int l = 0; l <= j; ++l) row[l] += cj * xi[l];
-            }
-        }
+        if (out.info) addLowerOuter(out.info, q.phi * q.phi * wi / (q.p1 * q.p0), xi, k);
     }
     if (out.info) mirrorLower(out.info, k);
     return llf.value();
@@ -120,7 +126,7 @@ void logitProbabilities(const LogitProblem &pb, const LogitShape &sh, int i, dou
     double shift = 0.0;
     for (int j = 0; j < sh.m; ++j) {
         double v = pb.offset && j < pb.ocols ? pb.offset[i][j] : 0.0;
-        if (j >= 1 && sh.kx > 0) v += dot(xi, pb.beta + (j - 1) * sh.kx, sh.kx);
+        if (j >= 1 && sh.kx > 0) v += KvDot(xi, pb.beta + (j - 1) * sh.kx, sh.kx);
         for (int a = 0; a < sh.na; ++a) v += zi[a * sh.m + j] * battr[a];
         p[j] = v;
         if (v > shift) shift = v;
@@ -224,17 +230,17 @@ void logitInformation(const LogitProblem &pb, const LogitShape &sh, int i, const
     }
 }
 
-} // namespace
-
-long LogitParamCount(int m, int kx, int kz) {
-
-    if (m < 1 || kx < 0 || kz < 0) return -1;
-    long long k = static_cast<long long>(m - 1) * kx + kz / m;
-    if (k > 0x3FFFFFFF) return -1;
-    return static_cast<long>(k);
+// The log-likelihood of observation i with a valid outcome: w log p of its category, or for counts
+// w sum_j y_ij log p_ij over the categories that occur.
+double logitObservationLlf(const LogitProblem &pb, const LogitShape &sh, int i, const double *p, int code, double wi) {
+    if (!sh.grouped) return wi * std::log(p[code]);
+    double s = 0.0;
+    for (int j = 0; j < sh.m; ++j)
+        if (pb.y[i][j] != 0.0) s += pb.y[i][j] * std::log(p[j]);
+    return wi * s;
 }
 
-int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut) {
+LogitShape logitShape(const LogitProblem &pb) {
     LogitShape sh;
     sh.n = pb.n;
     sh.m = pb.m;
@@ -243,6 +249,20 @@ int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut
     sh.k = static_cast<int>(LogitParamCount(pb.m, pb.kx, pb.kz));
     sh.xa = (pb.m - 1) * pb.kx;
     sh.grouped = pb.ycols > 1;
+    return sh;
+}
+
+} // namespace
+
+long LogitParamCount(int m, int kx, int kz) {
+    if (m < 1 || kx < 0 || kz < 0) return -1;
+    long long k = static_cast<long long>(m - 1) * kx + kz / m;
+    if (k > 0x3FFFFFFF) return -1;
+    return static_cast<long>(k);
+}
+
+int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut) {
+    const LogitShape sh = logitShape(pb);
     const int k = sh.k;
 
     // One block of scratch: probabilities (m); attribute means under p_i (na) for the
@@ -270,15 +290,7 @@ int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut
             continue;
         }
         const double wi = pb.w ? pb.w[i] : 1.0;
-        double li;
-        if (!sh.grouped) {
-            li = wi * std::log(p[code]);
-        } else {
-            double s = 0.0;
-            for (int j = 0; j < sh.m; ++j)
-                if (pb.y[i][j] != 0.0) s += pb.y[i][j] * std::log(p[j]);
-            li = wi * s;
-        }
+        const double li = logitObservationLlf(pb, sh, i, p, code, wi);
         llf.add(li);
         if (out.llfObs) out.llfObs[i] = li;
         if (out.outer) {
