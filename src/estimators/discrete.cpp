@@ -262,6 +262,8 @@ long LogitParamCount(int m, int kx, int kz) {
 }
 
 int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut) {
+    // The shape divides by m: counts the export would refuse are refused here too.
+    if (LogitParamCount(pb.m, pb.kx, pb.kz) < 0) return 0;
     const LogitShape sh = logitShape(pb);
     const int k = sh.k;
 

@@ -51,8 +51,9 @@ struct LogitProblem {
 // (m - 1) kx + kz / m; -1 when m < 1, a count is negative, or the count overflows.
 long LogitParamCount(int m, int kx, int kz);
 
-// Evaluates the logit; the log-likelihood goes to *llf. Returns 1, or 0 when its scratch cannot
-// be allocated (nothing is then computed; *llf is untouched).
+// Evaluates the logit; the log-likelihood goes to *llf. Returns 1, or 0 when the counts give no
+// parameter count (LogitParamCount < 0) or its scratch cannot be allocated (nothing is then
+// computed; *llf is untouched).
 int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llf);
 
 // Actual-versus-fitted table into table ((m+1) x (m+1)): rows actual category, columns the

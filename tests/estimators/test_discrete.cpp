@@ -5,6 +5,7 @@
 #include <random>
 
 #include "common/host_call.h"
+#include "estimators/discrete.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -274,6 +275,11 @@ TEST(Logit, InvalidCodesAndUnderflow) {
     setLogit(u, md, md.y, 1);
     EXPECT_TRUE(std::isnan(run(u, FnLogitRz)));
     EXPECT_TRUE(std::isnan(u.out(9)[0]));
+    // No categories: refused by the routine itself, the log-likelihood untouched.
+    const LogitProblem none{4, 0, md.beta.data(), nullptr, 1, nullptr, 0, nullptr, 2, nullptr, nullptr, 0};
+    double llf0 = 7.0;
+    EXPECT_EQ(LogitEval(none, {}, &llf0), 0);
+    EXPECT_EQ(llf0, 7.0);
 }
 
 TEST(ActFitTable, CountsTiesNonPositiveRowsAndFractionalWeights) {
