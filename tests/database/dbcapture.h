@@ -95,9 +95,9 @@ inline void expectConsistent(const Database *db) {
     ASSERT_LE(db->varCount, db->capacity);
     for (int i = 0; i < db->varCount; ++i) {
         ASSERT_NE(db->handles[i], nullptr) << i;
-        EXPECT_TRUE(db->columns[i] == ColumnDoubles(db->handles[i]) && db->handles[i]->count >= db->obsCount &&
-                    db->names[i])
-            << i;
+        EXPECT_EQ(db->columns[i], ColumnDoubles(db->handles[i])) << i;
+        EXPECT_GE(db->handles[i]->count, db->obsCount) << i;
+        EXPECT_NE(db->names[i], nullptr) << i;
     }
 }
 

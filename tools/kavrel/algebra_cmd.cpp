@@ -17,7 +17,7 @@
 
 namespace {
 
-const OptionSpec kOptions[] = {
+const OptionRule kOptions[] = {
     {"--data", "FILE", "the data file (CSV or blank-separated; a first column of dates makes it dated)"},
     {"--out", "FILE", "where the CSV goes (standard output when absent)"},
     {"-e", "TEXT", "the program as text instead of a file"},

@@ -5,9 +5,9 @@
 
 namespace {
 
-const OptionSpec *findSpec(const OptionSpec *specs, int count, const std::string &name) {
+const OptionRule *findRule(const OptionRule *rules, int count, const std::string &name) {
     for (int i = 0; i < count; ++i)
-        if (name == specs[i].name) return &specs[i];
+        if (name == rules[i].name) return &rules[i];
     return nullptr;
 }
 
@@ -26,7 +26,7 @@ std::string ParsedOptions::get(const char *name, const char *fallback) const {
     return value;
 }
 
-ParsedOptions ParseOptions(int argc, char **argv, int first, const OptionSpec *specs, int count) {
+ParsedOptions ParseOptions(int argc, char **argv, int first, const OptionRule *rules, int count) {
     ParsedOptions out;
     for (int i = first; i < argc; ++i) {
         std::string word = argv[i];
@@ -42,19 +42,19 @@ ParsedOptions ParseOptions(int argc, char **argv, int first, const OptionSpec *s
             word = word.substr(0, eq);
             inlineValue = true;
         }
-        const OptionSpec *spec = findSpec(specs, count, word);
-        if (!spec) {
+        const OptionRule *rule = findRule(rules, count, word);
+        if (!rule) {
             out.error = "unknown option " + word;
             return out;
         }
-        if (!spec->value) {
+        if (!rule->value) {
             if (inlineValue) {
                 out.error = "option " + word + " takes no value";
                 return out;
             }
         } else if (!inlineValue) {
             if (i + 1 >= argc) {
-                out.error = "option " + word + " needs a value (" + spec->value + ")";
+                out.error = "option " + word + " needs a value (" + rule->value + ")";
                 return out;
             }
             value = argv[++i];
@@ -64,15 +64,15 @@ ParsedOptions ParseOptions(int argc, char **argv, int first, const OptionSpec *s
     return out;
 }
 
-std::string OptionHelp(const OptionSpec *specs, int count) {
+std::string OptionHelp(const OptionRule *rules, int count) {
     size_t width = 0;
     for (int i = 0; i < count; ++i)
-        width = std::max(width, std::strlen(specs[i].name) + (specs[i].value ? std::strlen(specs[i].value) + 1 : 0));
+        width = std::max(width, std::strlen(rules[i].name) + (rules[i].value ? std::strlen(rules[i].value) + 1 : 0));
     std::string text;
     for (int i = 0; i < count; ++i) {
-        std::string left = specs[i].name;
-        if (specs[i].value) left += std::string(" ") + specs[i].value;
-        text += "  " + left + std::string(width - left.size() + 3, ' ') + specs[i].help + "\n";
+        std::string left = rules[i].name;
+        if (rules[i].value) left += std::string(" ") + rules[i].value;
+        text += "  " + left + std::string(width - left.size() + 3, ' ') + rules[i].help + "\n";
     }
     return text;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-struct OptionSpec {
+struct OptionRule {
     const char *name;  // "--data", "-e"
     const char *value; // placeholder shown in help ("FILE"); null for a flag
     const char *help;
@@ -23,8 +23,8 @@ struct ParsedOptions {
     std::string get(const char *name, const char *fallback = "") const;
 };
 
-ParsedOptions ParseOptions(int argc, char **argv, int first, const OptionSpec *specs, int count);
+ParsedOptions ParseOptions(int argc, char **argv, int first, const OptionRule *rules, int count);
 // "  --data FILE   help" lines, aligned.
-std::string OptionHelp(const OptionSpec *specs, int count);
+std::string OptionHelp(const OptionRule *rules, int count);
 
 #endif
