@@ -31,7 +31,8 @@ TEST_F(DataFile, MacroDataAgainstIndependentParse) {
     const Sample expect{1959, 1, 2009, 3, 4};
     char freq[64];
     EXPECT_TRUE(!std::memcmp(&db->sample, &expect, sizeof expect));
-    EXPECT_TRUE(db->modified + DbIsDated(db) == 0);
+    EXPECT_EQ(db->modified, 0);
+    EXPECT_EQ(DbIsDated(db), 0);
     EXPECT_STREQ(DbFrequencyName(db, freq, sizeof freq), "Quarterly");
 
     // Every field after year and quarter (the sample) against std::stod of the same text.

@@ -78,23 +78,26 @@ TEST_F(Store, NewDatabasesAndTheTable) {
     for (const auto &r : rows) {
         Database *db = DbCreate(r.given, r.capacity);
         EXPECT_EQ(dump(db), "1996(1)-2005(1)/1 T=10 desc=<null>");
-        EXPECT_TRUE(!std::strcmp(db->name, r.name)) << r.name;
-        EXPECT_TRUE(!std::strcmp(db->label, r.label)) << r.name;
+        EXPECT_STREQ(db->name, r.name) << r.name;
+        EXPECT_STREQ(db->label, r.label) << r.name;
         EXPECT_TRUE(db->capacity == r.expectCapacity) << r.name;
-        EXPECT_TRUE(!std::strcmp(DbTableLastName(), r.name)) << r.name;
-        EXPECT_TRUE(db->tableSlot + db->undoOn + db->modified == 0) << r.name;
+        EXPECT_STREQ(DbTableLastName(), r.name) << r.name;
+        EXPECT_EQ(db->tableSlot, 0) << r.name;
+        EXPECT_EQ(db->undoOn, 0) << r.name;
+        EXPECT_EQ(db->modified, 0) << r.name;
         DbFree(db);
     }
     DbTableEnable(1);
     Database *a = DbCreate("Macro", 0), *b = DbCreate("", 0);
     EXPECT_TRUE(a->tableSlot == 1);
-    EXPECT_TRUE(!std::strcmp(b->name, "data2"));
+    EXPECT_STREQ(b->name, "data2");
     EXPECT_TRUE(DbFindByName("mAcRo", 1) == a);
     DbFree(a);
     Database *c = DbCreate("again", 0); // the freed slot
     EXPECT_EQ(c->tableSlot, 1);
     DbTableEnable(0);
-    EXPECT_TRUE(c->tableSlot + b->tableSlot == 0);
+    EXPECT_EQ(c->tableSlot, 0);
+    EXPECT_EQ(b->tableSlot, 0);
     EXPECT_TRUE(DbFindByName("again", 0) == nullptr);
     DbFree(b), DbFree(c);
 }
@@ -109,7 +112,7 @@ TEST_F(Store, AddVariablesAndCapacityGrowth) {
         EXPECT_EQ(DbAddVariables(db, r.add), r.first);
         const int last = db->varCount - 1;
         EXPECT_TRUE(db->capacity == r.expectCapacity) << r.capacity << " " << r.first << " " << r.add;
-        EXPECT_TRUE(last + 1 == r.first + r.add) << r.capacity << " " << r.first << " " << r.add;
+        EXPECT_EQ(last + 1, r.first + r.add) << r.capacity << " " << r.first << " " << r.add;
         EXPECT_TRUE(db->names[last] == "Var" + std::to_string(last + 1))
             << r.capacity << " " << r.first << " " << r.add;
         EXPECT_TRUE(db->varFlags[last] == DB_VAR_NEW) << r.capacity << " " << r.first << " " << r.add;
@@ -189,14 +192,18 @@ TEST_F(Store, RenameAndDeleteVariables) {
         DbFree(db);
     }
     Database *db = makeDb({"A", "B", "C"});
-    EXPECT_EQ(DbSetVariableName(db, 0, "") + DbSetVariableName(db, 3, "x") + DbRenameVariable(db, -1, "x", 1), 0);
+    EXPECT_EQ(DbSetVariableName(db, 0, ""), 0);
+    EXPECT_EQ(DbSetVariableName(db, 3, "x"), 0);
+    EXPECT_EQ(DbRenameVariable(db, -1, "x", 1), 0);
     EXPECT_TRUE(DbSetVariableName(db, 2, "1 \"raw\"") == 1);
-    EXPECT_TRUE(!std::strcmp(db->names[2], "1 \"raw\"")); // kept as given
+    EXPECT_STREQ(db->names[2], "1 \"raw\""); // kept as given
     DbSetVariableFlags(db, 0, DB_VAR_PROTECTED);
-    EXPECT_EQ(DbDeleteVariables(db, 0) + DbDeleteVariables(db, 3), 0);
+    EXPECT_EQ(DbDeleteVariables(db, 0), 0);
+    EXPECT_EQ(DbDeleteVariables(db, 3), 0);
     EXPECT_EQ(takeMessages().size(), 1u);
     EXPECT_EQ(DbDeleteVariables(db, 1), 1);
-    EXPECT_TRUE(std::string(db->names[0]) + "," + db->names[1] == "A,1 \"raw\"");
+    EXPECT_STREQ(db->names[0], "A");
+    EXPECT_STREQ(db->names[1], "1 \"raw\"");
     EXPECT_TRUE(db->columns[1][0] == 20.0);
     // Inside a batch the deletion is only marked; the end of the outermost batch removes it.
     DbBeginBatch(db), DbBeginBatch(db);
@@ -317,7 +324,8 @@ TEST_F(Store, UndoRestoresEveryKind) {
             const std::string before = dump(db);
             EXPECT_TRUE(r.op(db)) << r.what;
             EXPECT_TRUE(dump(db) != before) << r.what;
-            EXPECT_TRUE(db->modified + DbUndoSteps(db) == 3) << r.what;
+            EXPECT_EQ(db->modified, 1) << r.what;
+            EXPECT_EQ(DbUndoSteps(db), 2) << r.what;
             EXPECT_TRUE(DbUndo(db) == 1) << r.what;
             EXPECT_TRUE(dump(db) == before) << r.what;
             EXPECT_TRUE(db->modified == startModified) << r.what;
@@ -339,7 +347,8 @@ TEST_F(Store, UndoRestoresEveryKind) {
     for (int i = 0; i < 40; ++i) DbSetDescription(db, std::to_string(i).c_str());
     EXPECT_EQ(DbUndoSteps(db), 32);
     DbSetUndo(db, 0);
-    EXPECT_EQ(DbUndoSteps(db) + DbUndo(db), 0);
+    EXPECT_EQ(DbUndoSteps(db), 0);
+    EXPECT_EQ(DbUndo(db), 0);
     // Undo is refused inside a batch.
     DbSetUndo(db, 1), DbSetDescription(db, "x"), DbBeginBatch(db);
     const int inBatch = DbUndo(db);
@@ -348,7 +357,8 @@ TEST_F(Store, UndoRestoresEveryKind) {
     EXPECT_TRUE(DbUndo(db) == 1);
     // Marked changes set the flag and join the newest snapshot's ranges.
     DbSnapshotValues(db, 0, 0, 1, 2), DbMarkChanged(db, 1, 1);
-    EXPECT_EQ(db->varFlags[0] + db->varFlags[1], 2 * DB_VAR_NEW + DB_VAR_CHANGED);
+    EXPECT_EQ(db->varFlags[0], DB_VAR_NEW);
+    EXPECT_EQ(db->varFlags[1], DB_VAR_NEW | DB_VAR_CHANGED);
     int r[4] = {-1, -1, -1, -1};
     EXPECT_TRUE(DbUndoChangedRange(db, &r[0], &r[1], &r[2], &r[3]) == 1);
     EXPECT_TRUE(r[0] == 0);
@@ -380,8 +390,10 @@ TEST_F(Store, AllocationFailures) {
                 }
                 while (DbUndo(db)) expectConsistent(db);
                 DbFree(db);
-                if (made < n) EXPECT_TRUE(ok) << r.what; // no allocation failed: it must have succeeded
-                if (made < n) break;
+                if (made < n) { // no allocation failed: it must have succeeded
+                    EXPECT_TRUE(ok) << r.what;
+                    break;
+                }
             }
     // A read is whole or fails with "Out of memory": never a database with its period columns
     // dropped but the sample they give not set.
