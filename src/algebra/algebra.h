@@ -41,7 +41,7 @@ void AlgebraFree(AlgebraCompiler *c);
 // Gives c the token stream of AlgebraTokenize (which c then owns and frees), replacing any other.
 void AlgebraSetStream(AlgebraCompiler *c, unsigned char *stream, size_t size);
 // AlgebraTokenize of text (or of file when text is null) into c. 1, or 0 after a scan error
-// (reported; c then has no stream).
+// (reported, and AlgebraMessage's text; c then has no stream).
 int AlgebraLoad(AlgebraCompiler *c, const char *text, FILE *file);
 
 // Compiles c's token stream against db: variables the program assigns are created in db. 1, or 0

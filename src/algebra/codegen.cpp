@@ -143,7 +143,8 @@ int AlgebraLoad(AlgebraCompiler *c, const char *text, FILE *file) {
     if (!c) return 0;
     unsigned char *stream = nullptr;
     size_t size = 0;
-    const int ok = AlgebraTokenize(text, file, &stream, &size);
+    c->message[0] = '\0';
+    const int ok = AlgebraTokenize(text, file, &stream, &size, c->message, sizeof c->message);
     AlgebraSetStream(c, stream, size);
     return ok;
 }

@@ -384,6 +384,7 @@ int AlgebraRun(AlgebraCompiler *c, int t1, int t2, int nobs, int quiet) {
             if ((c->symbols[s].flags & SYM_DELETE) && c->symbols[s].index >= 0)
                 DbDeleteVariables(db, c->symbols[s].index);
     }
+    if (c->errors) DbAnnounce(db); // a faulty run is news even when it stored nothing
     DbEndBatch(db);
     AlgebraRefreshColumns(c, 0);
     if (!ready) {

@@ -235,7 +235,8 @@ void appendEntry(KvGrowArray<unsigned char> *out, const AlgebraScanner *sc, int 
 
 } // namespace
 
-int AlgebraTokenize(const char *text, FILE *file, unsigned char **stream, size_t *size) {
+int AlgebraTokenize(const char *text, FILE *file, unsigned char **stream, size_t *size, char *message,
+                    size_t messageSize) {
     *stream = nullptr;
     *size = 0;
     AlgebraScanner sc{0, text, file, {0}, 1};
@@ -255,6 +256,7 @@ int AlgebraTokenize(const char *text, FILE *file, unsigned char **stream, size_t
         std::snprintf(msg, sizeof msg, "Scan error: %s%s%s on line %d", f.withText ? sc.token : "",
                       f.withText ? " " : "", kScanErrors[f.code], sc.line);
         ReportError(msg);
+        if (message && messageSize) std::snprintf(message, messageSize, "%s", msg);
         return 0;
     }
     *size = out.capacity();

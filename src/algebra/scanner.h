@@ -46,8 +46,10 @@ struct AlgebraScanner {
 // Builds the token stream of a whole program from text, or from file when text is null. 1 with
 // *stream (to be freed with KvFree) and *size its allocated bytes; 0 after a scan error, which
 // has been reported ("Scan error: ..." through ReportError), with nothing allocated. Neither text
-// nor file: "Unexpected end of code".
-int AlgebraTokenize(const char *text, FILE *file, unsigned char **stream, size_t *size);
+// nor file: "Unexpected end of code". The error's text also goes into message (messageSize bytes,
+// terminated) when one is given: the compiler keeps it as its last message.
+int AlgebraTokenize(const char *text, FILE *file, unsigned char **stream, size_t *size, char *message = nullptr,
+                    size_t messageSize = 0);
 
 // The line of the token at pos: the number after the nearest line-end entry before pos, 1 when
 // there is none. The parser's messages use the same rule.

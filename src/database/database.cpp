@@ -214,7 +214,16 @@ char *dbCopyText(const char *s, size_t max) {
 }
 
 // Changes are announced to the host through the output channel's notification callback.
-void dbAnnounce(Database *) { OutputNotify(); }
+// Inside a batch the change is announced once, when the outermost batch ends: a program that
+// writes ten variables is one change to whoever listens.
+void DbAnnounce(Database *db) { dbAnnounce(db); }
+
+void dbAnnounce(Database *db) {
+    if (db && db->batchDepth > 0)
+        db->announceHeld = 1;
+    else
+        OutputNotify();
+}
 
 bool DbVarArrays::alloc(size_t n, bool withColumns) {
     columns = withColumns ? static_cast<double **>(KvCalloc(n, sizeof(double *))) : nullptr;
@@ -748,8 +757,11 @@ void DbEndBatch(Database *db) {
                 deleteNow(db, i, false);
                 any = true;
             }
-        if (any) dbAnnounce(db);
         db->undoBatchStep = 0;
+        --db->batchDepth;
+        if (any || db->announceHeld) OutputNotify();
+        db->announceHeld = 0;
+        return;
     }
     --db->batchDepth;
 }

@@ -59,11 +59,12 @@ struct Database {
     int32_t *varFlags;
     DataColumn **handles;
     DbVarInfo *varInfo;
-    int32_t modified;   // 1 after any change
-    int32_t batchDepth; // while non-zero deletions are only marked, snapshots merged
-    int32_t tableSlot;  // 1-based slot in the database table, 0 when not registered
-    int32_t undoOn;     // 0: no undo entries are kept
-    int32_t capacity;   // slots in each per-variable array
+    int32_t modified;     // 1 after any change
+    int32_t batchDepth;   // while non-zero deletions are only marked, snapshots merged, announcements held
+    int32_t announceHeld; // 1 when a change inside the open batch is still to be announced
+    int32_t tableSlot;    // 1-based slot in the database table, 0 when not registered
+    int32_t undoOn;       // 0: no undo entries are kept
+    int32_t capacity;     // slots in each per-variable array
     // Undo chain, newest entry first; entries of one step undo together.
     DbUndoEntry *undo;
     long undoStep;
@@ -155,5 +156,8 @@ int DbUndoChangedRange(const Database *db, int *firstVar, int *lastVar, int *fir
 // batch records form one undo step.
 void DbBeginBatch(Database *db);
 void DbEndBatch(Database *db);
+// Tells the host that db changed (through the output channel's callback A); inside a batch the
+// announcement is held, and the outermost end makes one for all the batch's changes.
+void DbAnnounce(Database *db);
 
 #endif

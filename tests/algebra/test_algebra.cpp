@@ -34,6 +34,7 @@
 #include "common/fault.h"
 #include "database/database.h"
 #include "database/messages.h"
+#include "database/output.h"
 
 namespace {
 
@@ -173,6 +174,9 @@ TEST_P(AlgebraProgram, Runs) {
     AlgebraCompiler *c = AlgebraCreate(db, p.model);
     ASSERT_NE(c, nullptr);
     int status = AlgebraLoad(c, p.text.c_str(), nullptr) && AlgebraCompile(c, db);
+    if (!status && !messages().empty()) { // the bridge returns a failed compile's text from the buffer
+        EXPECT_EQ("Error: " + escaped(AlgebraMessage(c)), messages().back());
+    }
     if (!p.code.empty()) {
         EXPECT_EQ(disassembly(c), p.code);
     }
@@ -268,6 +272,27 @@ TEST_F(Algebra, ReportListsEachFaultOnceFromTheLowestBit) {
               "    Arguments must be different (smooth, sortby)\\r\\n    Stack error\\r\\n    Logarithm of zero\\r\\n");
     EXPECT_STREQ(AlgebraMessage(c), AlgebraErrorReport(c));
     AlgebraFree(c);
+}
+
+// A run is one change to the host however many variables it writes, and a faulty run is one
+// even when it writes nothing.
+TEST_F(Algebra, RunAnnouncesItsChangesOnce) {
+    static int notified;
+    SetOutputChannels(
+        nullptr, [] { ++notified; }, nullptr);
+    DbAddVariables(db_, 2); // Var2 and Var3: the program writes x and Var3, apart
+    AlgebraCompiler *writes = compile("Var3 = x; x = Var3 + 1; z = 2;");
+    ASSERT_NE(writes, nullptr);
+    AlgebraCompiler *faults = compile("log(-x);");
+    ASSERT_NE(faults, nullptr);
+    notified = 0;
+    EXPECT_EQ(AlgebraRun(writes, 0, db_->obsCount - 1, db_->obsCount, 1), 1);
+    EXPECT_EQ(notified, 1);
+    EXPECT_EQ(AlgebraRun(faults, 0, db_->obsCount - 1, db_->obsCount, 1), 0);
+    EXPECT_EQ(notified, 2);
+    SetOutputChannels(nullptr, nullptr, nullptr);
+    AlgebraFree(writes);
+    AlgebraFree(faults);
 }
 
 TEST_F(Algebra, DisassemblyIsMeasuredAndCutToTheBuffer) {

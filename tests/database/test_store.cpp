@@ -205,14 +205,21 @@ TEST_F(Store, RenameAndDeleteVariables) {
     EXPECT_STREQ(db->names[0], "A");
     EXPECT_STREQ(db->names[1], "1 \"raw\"");
     EXPECT_TRUE(db->columns[1][0] == 20.0);
-    // Inside a batch the deletion is only marked; the end of the outermost batch removes it.
+    // Inside a batch the deletion is only marked and nothing is announced; the end of the
+    // outermost batch removes it and announces the batch's changes once.
+    notifications() = 0;
     DbBeginBatch(db), DbBeginBatch(db);
     EXPECT_EQ(DbDeleteVariables(db, 1), 1);
+    DbSetDescription(db, "in a batch"), DbMarkChanged(db, 0, 0);
     EXPECT_EQ(db->varFlags[1] & DB_VAR_DELETE_PENDING, DB_VAR_DELETE_PENDING);
     DbEndBatch(db);
     EXPECT_EQ(db->varCount, 2);
+    EXPECT_EQ(notifications(), 0);
     DbEndBatch(db);
     EXPECT_EQ(db->varCount, 1);
+    EXPECT_EQ(notifications(), 1);
+    DbSetDescription(db, "outside"), DbMarkChanged(db, 0, 0);
+    EXPECT_EQ(notifications(), 3);
     expectConsistent(db);
     DbFree(db);
 }
