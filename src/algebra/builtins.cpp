@@ -24,7 +24,8 @@ const char *const kRegistrationOrder[] = {
     "time",   "trend",       "trough",    "variance",  "year"};
 
 // One row per file of functions.
-const AlgebraLibrary *const kLibraries[] = {&kAlgebraMathLibrary, &kAlgebraSeriesLibrary};
+const AlgebraLibrary *const kLibraries[] = {&kAlgebraMathLibrary, &kAlgebraDistributionLibrary,
+                                            &kAlgebraCalendarLibrary, &kAlgebraSeriesLibrary};
 
 AlgebraFunction gTable[ALGEBRA_MAX_FUNCTIONS];
 int gCount = 0;

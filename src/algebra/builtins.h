@@ -42,7 +42,9 @@ enum { ALGEBRA_MAX_FUNCTIONS = 100 };
 const AlgebraFunction *AlgebraFunctions(int *count);
 
 // The families (one per file).
-extern const AlgebraLibrary kAlgebraMathLibrary;
-extern const AlgebraLibrary kAlgebraSeriesLibrary;
+extern const AlgebraLibrary kAlgebraMathLibrary;         // mathlib.cpp
+extern const AlgebraLibrary kAlgebraDistributionLibrary; // distlib.cpp
+extern const AlgebraLibrary kAlgebraCalendarLibrary;     // calendarlib.cpp
+extern const AlgebraLibrary kAlgebraSeriesLibrary;       // serieslib.cpp
 
 #endif

@@ -64,7 +64,7 @@ int addSymbol(AlgebraCompiler *c, const char *name, int flags, int index, const 
     if (c->symbols.count() == c->symbols.capacity()) AlgebraCompileError(c, ERR_SYMBOLS_FULL, nullptr);
     char *copy = copyText(name);
     if (!copy) AlgebraCompileError(c, ERR_OUT_OF_MEMORY, nullptr);
-    c->symbols.pushWithin(AlgebraSymbol{copy, flags, index, fn, data});
+    c->symbols.pushWithin(AlgebraSymbol{copy, flags, index, fn, data, 0u});
     return static_cast<int>(c->symbols.count()) - 1;
 }
 

@@ -26,7 +26,22 @@ struct AlgebraSymbol {
     int32_t index;                   // variable: its index in the database; function: table index
     const AlgebraFunction *function; // function: its table entry
     double *data;                    // variable: its column (null while the variable is gone)
+    uint32_t writes;                 // variable: counts the run's writes into the column
 };
+
+// What a built-in that runs over observations remembers between calls, so that a running sum or
+// a whole-sample mean costs one step per observation instead of a pass: valid while the column
+// it read has had no write (the symbol's write count is unchanged) and the value arguments are
+// the same. Cleared when a run starts.
+struct AlgebraMemo {
+    AlgebraBuiltinFn fn; // null: the slot is free
+    int32_t symbol;
+    int32_t t;       // the observation the state belongs to
+    uint32_t writes; // the symbol's write count then
+    double key[3];   // the value arguments then
+    double state[4];
+};
+enum { ALGEBRA_MEMO_SLOTS = 8 };
 
 struct AlgebraInstr {
     int32_t op;
@@ -83,6 +98,8 @@ struct AlgebraCompiler {
     // Run state.
     int t, t1, t2, nobs;
     uint32_t errors;
+    AlgebraMemo memo[ALGEBRA_MEMO_SLOTS];
+    int memoNext; // the slot taken next when none is free
     char message[ALGEBRA_MESSAGE_SIZE];
 };
 
@@ -118,5 +135,14 @@ int AlgebraCreateVariable(AlgebraCompiler *c, const char *name);
 // is made again when create is set (a run needs it), else left without data. 0 when a variable
 // could not be made.
 int AlgebraRefreshColumns(AlgebraCompiler *c, int create);
+
+// ---- Memos of the built-ins (interpreter.cpp) ----
+// The memo fn kept for symbol with these key values, still valid; null when there is none.
+AlgebraMemo *AlgebraMemoFind(AlgebraCompiler *c, AlgebraBuiltinFn fn, int symbol, const double *key, int nkey);
+// A slot for fn and symbol (the one they had, else a free or the oldest), filled with the
+// symbol's write count and the key; the caller fills t and the state.
+AlgebraMemo *AlgebraMemoTake(AlgebraCompiler *c, AlgebraBuiltinFn fn, int symbol, const double *key, int nkey);
+// Counts a write into the column of symbol (a built-in that writes whole columns).
+void AlgebraNoteWrite(AlgebraCompiler *c, int symbol);
 
 #endif

@@ -35,7 +35,7 @@ enum {
 struct Step {
     int32_t key;
     int32_t arg;               // jump: target step; CALL: function; LOADAT: offset; else the operand
-    const AlgebraSymbol *sym;  // variable steps
+    AlgebraSymbol *sym;        // variable steps
     const AlgebraSymbol *sym2; // the right operand of a pair
     double value;              // constants
     int32_t first;             // the code index of the step's first pair
@@ -45,7 +45,7 @@ bool arithmetic(int op) { return op == OPR_ADD || op == OPR_SUB || op == OPR_MUL
 
 // Fills steps (as many as the code has pairs, at most) and returns their count. stepOf and
 // target are scratch of the same length.
-int decode(const AlgebraCompiler *c, Step *steps, int32_t *stepOf, unsigned char *target) {
+int decode(AlgebraCompiler *c, Step *steps, int32_t *stepOf, unsigned char *target) {
     const int n = static_cast<int>(c->code.count());
     const AlgebraInstr *code = c->code.data();
     std::memset(target, 0, static_cast<size_t>(n));
@@ -149,11 +149,13 @@ void execute(AlgebraCompiler *c, const Step *steps, double *stack) {
         }
         case OP_STORE:
             s.sym->data[t] = top;
+            ++s.sym->writes;
             top = *--sp;
             break;
         case OP_STOREREL: {
             const double i = t + std::trunc(*--sp);
             if (i >= t1 && i <= t2) s.sym->data[static_cast<int>(i)] = top;
+            ++s.sym->writes;
             top = *--sp;
             break;
         }
@@ -163,6 +165,7 @@ void execute(AlgebraCompiler *c, const Step *steps, double *stack) {
             sp -= 2;
             const int i = dateObservation(db, sp[0], sp[1]);
             if (i >= t1 && i <= t2) s.sym->data[i] = sp[2];
+            ++s.sym->writes;
             top = *--sp;
             break;
         }
@@ -369,6 +372,7 @@ int AlgebraRun(AlgebraCompiler *c, int t1, int t2, int nobs, int quiet) {
     c->t1 = t1, c->t2 = t2, c->t = t1, c->nobs = nobs;
     c->errors = 0;
     c->message[0] = '\0';
+    std::memset(c->memo, 0, sizeof c->memo);
     // One batch: the run's snapshot, marks and deletions are one undo step, and the variables
     // the program deletes go when it ends.
     DbBeginBatch(db);
@@ -396,6 +400,39 @@ int AlgebraRun(AlgebraCompiler *c, int t1, int t2, int nobs, int quiet) {
     if (!quiet) ReportError(c->message);
     return 0;
 }
+
+namespace {
+bool sameKey(const AlgebraMemo &m, const double *key, int nkey) {
+    for (int i = 0; i < nkey; ++i)
+        if (std::memcmp(&m.key[i], &key[i], sizeof(double)) != 0) return false;
+    return true;
+}
+} // namespace
+
+AlgebraMemo *AlgebraMemoFind(AlgebraCompiler *c, AlgebraBuiltinFn fn, int symbol, const double *key, int nkey) {
+    const uint32_t writes = c->symbols[static_cast<size_t>(symbol)].writes;
+    for (AlgebraMemo &m : c->memo)
+        if (m.fn == fn && m.symbol == symbol && m.writes == writes && sameKey(m, key, nkey)) return &m;
+    return nullptr;
+}
+
+AlgebraMemo *AlgebraMemoTake(AlgebraCompiler *c, AlgebraBuiltinFn fn, int symbol, const double *key, int nkey) {
+    AlgebraMemo *slot = nullptr;
+    for (AlgebraMemo &m : c->memo)
+        if ((m.fn == fn && m.symbol == symbol) || (!slot && !m.fn)) slot = &m;
+    if (!slot) {
+        slot = &c->memo[c->memoNext];
+        c->memoNext = (c->memoNext + 1) % ALGEBRA_MEMO_SLOTS;
+    }
+    *slot = AlgebraMemo{};
+    slot->fn = fn;
+    slot->symbol = symbol;
+    slot->writes = c->symbols[static_cast<size_t>(symbol)].writes;
+    for (int i = 0; i < nkey; ++i) slot->key[i] = key[i];
+    return slot;
+}
+
+void AlgebraNoteWrite(AlgebraCompiler *c, int symbol) { ++c->symbols[static_cast<size_t>(symbol)].writes; }
 
 void AlgebraSetError(AlgebraCompiler *c, int bit) {
     if (c) c->errors |= static_cast<uint32_t>(bit);
