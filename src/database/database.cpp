@@ -548,6 +548,16 @@ int DbSnapshotValues(Database *db, int firstVar, int lastVar, int firstObs, int 
     return 1;
 }
 
+DbColumnWrite::DbColumnWrite(Database *db, int var, int first, int last) : data(nullptr), db_(db), var_(var) {
+    if (!validIndex(db, var)) return;
+    DbSnapshotValues(db, var, var, first, last); // without room for undo the write goes on
+    data = db->columns[var];
+}
+
+DbColumnWrite::~DbColumnWrite() {
+    if (data) DbMarkChanged(db_, var_, var_);
+}
+
 void DbMarkChanged(Database *db, int first, int last) {
     if (!db) return;
     if (first < 0) first = 0;

@@ -156,6 +156,23 @@ int DbUndoChangedRange(const Database *db, int *firstVar, int *lastVar, int *fir
 // batch records form one undo step.
 void DbBeginBatch(Database *db);
 void DbEndBatch(Database *db);
+// One variable's column written in place by one operation (a built-in that fills a variable over
+// the sample): made, it saves observations first..last for undo; gone, it marks the variable
+// changed, so that every path that wrote ends with the mark. data is null when var is not a
+// variable of db (nothing is saved or marked then).
+class DbColumnWrite {
+public:
+    DbColumnWrite(Database *db, int var, int first, int last);
+    ~DbColumnWrite();
+    DbColumnWrite(const DbColumnWrite &) = delete;
+    DbColumnWrite &operator=(const DbColumnWrite &) = delete;
+    double *data;
+
+private:
+    Database *db_;
+    int var_;
+};
+
 // Tells the host that db changed (through the output channel's callback A); inside a batch the
 // announcement is held, and the outermost end makes one for all the batch's changes.
 void DbAnnounce(Database *db);

@@ -45,6 +45,12 @@ const StoreOp kStoreOps[] = {
          DbMarkChanged(db, 0, 2);
          return true;
      }},
+    {"column write",
+     [](Database *db) { // the scope saves, the write lands in place, the end marks
+         DbColumnWrite w(db, 2, 1, 3);
+         if (w.data) w.data[2] = -5;
+         return w.data != nullptr;
+     }},
     {"rename", [](Database *db) { return DbRenameVariable(db, 2, "Renamed", 1) == 1; }},
     {"set name", [](Database *db) { return DbSetVariableName(db, 0, "Other") == 1; }},
     {"variable description", [](Database *db) { return DbSetVariableDescription(db, 0, "new text") == 1; }},
