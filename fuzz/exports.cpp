@@ -31,12 +31,25 @@ struct ExportRow {
 const struct {
     const char *name, *types;
 } kSignatures[] = {
-    {"FnRlsEst", "mmiiirrrrrrr"},   {"FnGarchVar", "mmmiiidddrr"}, {"FnEgarchVar", "mmdddmmidrr"},
-    {"FnBinProbitRz", "mmmmrrrrr"}, {"FnLogitRz", "mmimmmmrrrrr"}, {"FnActFitTable", "mm"},
-    {"FnFilterMS", "mmmrr"},        {"FnSmoothMS", "mmrr"},        {"FnSmoothMS2", "mmrr"},
-    {"FnSmoothMS2sym", "mmrr"},     {"FnGLScovariance", "mmi"},    {"FnKroneckerSel", "mmmm"},
-    {"FnSeasonalRsq", "midr"},      {"FnDeSeasonalize", "mi"},
+    {"FnRlsEst", "mmiiirrrrrrr"},    {"FnGarchVar", "mmmiiidddrr"}, {"FnEgarchVar", "mmdddmmidrr"},
+    {"FnBinProbitRz", "mmmmrrrrr"},  {"FnLogitRz", "mmimmmmrrrrr"}, {"FnActFitTable", "mm"},
+    {"FnFilterMS", "mmmrr"},         {"FnSmoothMS", "mmrr"},        {"FnSmoothMS2", "mmrr"},
+    {"FnSmoothMS2sym", "mmrr"},      {"FnGLScovariance", "mmi"},    {"FnKroneckerSel", "mmmm"},
+    {"FnSeasonalRsq", "midr"},       {"FnDeSeasonalize", "mi"},     {"FnInitAlgebraNls", "maiiiisrr"},
+    {"FnRunAlgebraNls", "mii"},      {"FnGetAlgebraName", "i"},     {"FnGetAlgebraVar", "siim"},
+    {"FnGetAlgebraAddedData", "rr"},
 };
+
+// Strings a bridge export may get: models (with and without parameters, faulty, broken) and
+// names, so that a sequence of calls builds a model, runs it and reads it back.
+const char *const kTexts[] = {"&0 = 1; &1 = 0.5; y = &0 + &1 * x;",
+                              "&0 = 0.5; y = log(x - &0); z = cum(y) + lag(y, 1);",
+                              "y = 2 * x;",
+                              "&0 = 1; y = &0 * nothere;",
+                              "y = x $",
+                              "x",
+                              "y",
+                              ""};
 
 const char *signatureOf(const char *name) {
     for (const auto &s : kSignatures)
@@ -164,6 +177,7 @@ int argumentKind(FuzzedDataProvider &in, const char *types, int i) {
     case 'd': return 1;
     case 'm': return 2;
     case 'a': return 4;
+    case 's': return 9;
     case 'r': return any == 7 ? 7 : 5;
     default: return 8;
     }
@@ -186,6 +200,9 @@ void makeArgument(FuzzedDataProvider &in, Call &c, int i, int arity, int kind, i
     case 6: LumoValSetRef(v, &c.targets[i]); break;
     case 7: // a reference that names one of the arguments (a variable passed in and out)
         LumoValSetRef(v, &c.args[in.ConsumeIntegralInRange<int>(0, arity > 0 ? arity - 1 : 0)]);
+        break;
+    case 9:
+        LumoValSetString(v, kTexts[in.ConsumeIntegralInRange<size_t>(0, sizeof kTexts / sizeof kTexts[0] - 1)]);
         break;
     default:
         if (in.ConsumeBool())

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "kavrel/lumohost.h"
@@ -58,13 +59,26 @@ struct HostCall {
 
     LumoValue *at(int i) { return count = std::max(count, i + 1), &args[i]; }
     HostCall &mat(int i, int r, int c, const Vec &d) {
-        if (!d.empty()) EXPECT_GE(d.size(), static_cast<size_t>(r) * c);
+        if (!d.empty()) {
+            EXPECT_GE(d.size(), static_cast<size_t>(r) * c);
+        }
         EXPECT_TRUE(LumoValSetMatrix(at(i), r, c, d.empty() ? nullptr : d.data()));
         return *this;
     }
     HostCall &col(int i, const Vec &d) { return mat(i, static_cast<int>(d.size()), 1, d); }
     HostCall &row(int i, const Vec &d) { return mat(i, 1, static_cast<int>(d.size()), d); }
     HostCall &num(int i, int v) { return LumoValSetInt(at(i), v), *this; }
+    HostCall &str(int i, const char *text) {
+        EXPECT_TRUE(LumoValSetString(at(i), text));
+        return *this;
+    }
+    // An array of strings.
+    HostCall &strs(int i, const std::vector<const char *> &texts) {
+        EXPECT_TRUE(LumoLibValArrayCalloc(at(i), static_cast<int>(texts.size())));
+        for (size_t k = 0; k < texts.size(); ++k)
+            EXPECT_TRUE(LumoValSetString(LumoValGetArrayVal(&args[i], static_cast<int>(k)), texts[k]));
+        return *this;
+    }
     HostCall &dbl(int i, double v) { return LumoValSetDouble(at(i), v), *this; }
     HostCall &ref(int first, int last = -1) {
         for (int i = first; i <= std::max(first, last); ++i) LumoValSetRef(at(i), &targets[i]);
@@ -82,6 +96,7 @@ struct HostCall {
     Vec out(int i) const { return HostValues(&targets[i]); }
     Vec values() const { return HostValues(&result); }
     int status() const { return result.type == LUMO_INT ? result.v.w.ival : -1; }
+    std::string text() const { return result.type == LUMO_STRING ? LumoValGetString(&result) : "(not a string)"; }
     double value() const { return result.type == LUMO_DOUBLE ? result.v.dval : -1.0; }
     bool untouched(int i) const { return targets[i].type == LUMO_INT && targets[i].v.w.ival == 7; }
     // pred holds for the variable of every output argument.

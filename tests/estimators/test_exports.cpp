@@ -282,7 +282,9 @@ TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
                 EXPECT_TRUE(sameValue(c.result, clean.result));
                 EXPECT_TRUE(sameValue(c.args[in], clean.targets[out]));
                 for (int other = 0; other < c.count; ++other)
-                    if (c.isOutput(other)) EXPECT_TRUE(sameValue(c.targets[other], clean.targets[other])) << other;
+                    if (c.isOutput(other)) {
+                        EXPECT_TRUE(sameValue(c.targets[other], clean.targets[other])) << other;
+                    }
             }
         }
     }
