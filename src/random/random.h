@@ -30,9 +30,9 @@ struct RanOps {
     // 6: copies the family's state words to words (stateSize() of them); returns their number.
     int (*getState)(const RanState *s, uint32_t *words);
     // 7: installs n state words in getState's order; returns 1, or 0 with the record unchanged
-    // when n is not stateSize() or the words are not a state of the family's full period.
+    // when n is not stateSize() or the words are out of range or a fixed point of the recurrence.
     int (*setState)(RanState *s, const uint32_t *words, int n);
-    // 8: 1 when the family's words in s are a state of its full period, else 0.
+    // 8: 1 when the family's words in s would pass entry 7, else 0.
     int (*valid)(const RanState *s);
 };
 
