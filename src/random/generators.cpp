@@ -1,7 +1,7 @@
 // The five uniform generator families, their seeding and state access, the name table and the
 // operation tables. Each uniform is computed with exactly the arithmetic and constants its family
-// is defined by, so that streams agree bit for bit with every other implementation of the same
-// definition; the constants are therefore written out as they are defined, not derived.
+// is defined by, so that a stream is reproducible bit for bit from the definition alone; the
+// constants are therefore written out as they are defined, not derived.
 #include "random/random.h"
 
 #include <cstring>
@@ -62,7 +62,7 @@ int lcgSet(RanState *s, const uint32_t *w, int n) {
     return 1;
 }
 
-// ---- 2: pair of 16-bit multiply-with-carry generators (Marsaglia 1994). The output word may be
+// ---- 2: Marsaglia's pair of 16-bit multiply-with-carry generators. The output word may be
 // 0; the multiplier lies between 2^-32 and 1 / (2^32 - 1): the uniform lies in [0, 1 - 3.5e-13].
 double pairUniform(RanState *s) {
     s->z = kPairZ * (s->z & 0xFFFFu) + (s->z >> 16);
