@@ -25,7 +25,7 @@ const char *const kRegistrationOrder[] = {
 
 // One row per file of functions.
 const AlgebraLibrary *const kLibraries[] = {&kAlgebraMathLibrary, &kAlgebraDistributionLibrary,
-                                            &kAlgebraCalendarLibrary, &kAlgebraSeriesLibrary};
+                                            &kAlgebraCalendarLibrary, &kAlgebraSeriesLibrary, &kAlgebraRandomLibrary};
 
 AlgebraFunction gTable[ALGEBRA_MAX_FUNCTIONS];
 int gCount = 0;

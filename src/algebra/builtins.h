@@ -46,5 +46,6 @@ extern const AlgebraLibrary kAlgebraMathLibrary;         // mathlib.cpp
 extern const AlgebraLibrary kAlgebraDistributionLibrary; // distlib.cpp
 extern const AlgebraLibrary kAlgebraCalendarLibrary;     // calendarlib.cpp
 extern const AlgebraLibrary kAlgebraSeriesLibrary;       // serieslib.cpp
+extern const AlgebraLibrary kAlgebraRandomLibrary;       // randomlib.cpp
 
 #endif
