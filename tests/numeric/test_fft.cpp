@@ -119,14 +119,18 @@ TEST(Periodogram, RejectsBadArgumentsAndFailedAllocation) {
     double re[7] = {1, 2, 3, 4, 5, 6, 7}, im[7] = {0};
     const auto fft = [&] {
         const int status = FftComplex(re, im, 7, 0);
-        if (status == 0) EXPECT_EQ(re[6], 7.0);
+        if (status == 0) {
+            EXPECT_EQ(re[6], 7.0);
+        }
         return status;
     };
     EXPECT_EQ(StatusesUnderAllocationFailure(fft), (std::vector<int>{0, 1}));
     value[2] = -1;
     const auto periodogram = [&] {
         const int status = SeriesPeriodogram(x, 5, value, freq);
-        if (status == 0) EXPECT_EQ(value[2], -1.0);
+        if (status == 0) {
+            EXPECT_EQ(value[2], -1.0);
+        }
         return status;
     };
     EXPECT_EQ(StatusesUnderAllocationFailure(periodogram), (std::vector<int>{0, 1}));
