@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/reference.h"
+#include "dense.h"
 #include "fault_runs.h"
 #include "numeric/acf.h"
 #include "numeric/ewma.h"
@@ -46,28 +47,13 @@ LVec directAcf(const std::vector<double> &x, int maxlag) {
 
 // phi_kk: the last element of the solution of the k x k Toeplitz system R phi = (r_1..r_k).
 long double yuleWalkerLast(const LVec &r, int k) {
-    LMat a(k, LVec(k + 1));
+    LMat a(k, LVec(k));
+    LVec rhs(k);
     for (int i = 0; i < k; ++i) {
         for (int j = 0; j < k; ++j) a[i][j] = r[std::abs(i - j)];
-        a[i][k] = r[i + 1];
+        rhs[i] = r[i + 1];
     }
-    for (int c = 0; c < k; ++c) {
-        int p = c;
-        for (int i = c + 1; i < k; ++i)
-            if (std::fabs(a[i][c]) > std::fabs(a[p][c])) p = i;
-        std::swap(a[p], a[c]);
-        for (int i = c + 1; i < k; ++i) {
-            const long double m = a[i][c] / a[c][c];
-            for (int j = c; j <= k; ++j) a[i][j] -= m * a[c][j];
-        }
-    }
-    std::vector<long double> phi(k);
-    for (int i = k - 1; i >= 0; --i) {
-        long double s = a[i][k];
-        for (int j = i + 1; j < k; ++j) s -= a[i][j] * phi[j];
-        phi[i] = s / a[i][i];
-    }
-    return phi[k - 1];
+    return SolveDense(a, rhs)[k - 1];
 }
 
 TEST(Acf, MatchesDirectSumsOnBothRoutes) {
