@@ -21,8 +21,8 @@ struct SmoothChoice {
 // w_s = 1 - ((s - t) / b)^2 for |s - t| < b: g_t is the intercept of the weighted least-squares
 // line through the window around t, so the ends carry no boundary bias; inside the sample it is
 // the kernel-weighted mean. An integer bandwidth h uses b = h + 1: windows of 2h + 1 observations,
-// h = 0 (or b <= 1) returns the data. The automatic choice searches h = 1..(T-1)/2. out must not
-// overlap y. O(T b) per fit; no scratch.
+// h = 0 (or b <= 1) returns the data. The automatic choice searches h = 1..(T-1)/2 (about
+// 100 fits and a local search). out must not overlap y. O(T) per fit whatever b; no scratch.
 int SmoothKernel(const double *y, int n, double alpha, double *out, SmoothChoice *choice = nullptr);
 
 // The cubic smoothing spline with knots at every observation (Reinsch 1967; Green and Silverman
