@@ -72,6 +72,18 @@ void BM_AcfAllLags(benchmark::State &state) {
 }
 BENCHMARK(BM_AcfAllLags)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
+// Durbin-Levinson over all T - 1 lags: O(T^2).
+void BM_PacfAllLags(benchmark::State &state) {
+    const int n = static_cast<int>(state.range(0));
+    const std::vector<double> x = series(n);
+    std::vector<double> p(n);
+    for (auto _ : state) {
+        SeriesPacf(x.data(), n, n - 1, p.data());
+        benchmark::DoNotOptimize(p.data());
+    }
+}
+BENCHMARK(BM_PacfAllLags)->Arg(30000)->Unit(benchmark::kMillisecond);
+
 void BM_HodrickPrescott(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
     const std::vector<double> y = series(n);
