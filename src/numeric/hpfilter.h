@@ -6,8 +6,8 @@
 #define KAVREL_NUMERIC_HPFILTER_H
 
 // trend[0..n-1]; trend may be y. lambda = 0 or n < 3 (nothing to penalise) returns the data.
-// 1, or 0 (trend untouched) for n < 1, a null array, a negative or non-finite lambda, or failed
-// scratch. O(n): a pentadiagonal factor and solve.
+// 1, or 0 (trend untouched) for n < 1, a null array, a negative lambda or one so large that
+// 16 lambda overflows (NaN and infinity included), or failed scratch. O(n): a pentadiagonal factor and solve.
 int SmoothHp(const double *y, int n, double lambda, double *trend);
 
 #endif

@@ -7,7 +7,8 @@
 //     alpha < 0    |alpha| is the smoothing parameter itself: the kernel's half-width b (real), or
 //                  the spline's lambda.
 // Both return 1, or 0 (out untouched) for n < 1, null arrays, a non-finite alpha or (spline)
-// failed scratch. n < 3 returns the data (any line through two points is exact).
+// failed scratch; the spline also refuses a lambda so large that 16 lambda overflows. n < 3
+// returns the data (any line through two points is exact).
 #ifndef KAVREL_NUMERIC_SMOOTH_H
 #define KAVREL_NUMERIC_SMOOTH_H
 

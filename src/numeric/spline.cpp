@@ -144,7 +144,8 @@ void copyData(const double *y, int n, double *out, SmoothChoice *choice) {
 } // namespace
 
 int SmoothSpline(const double *y, int n, double alpha, double *out, SmoothChoice *choice) {
-    if (!y || !out || n < 1 || !std::isfinite(alpha)) return 0;
+    // A lambda whose band overflows is refused with the non-finite values.
+    if (!y || !out || n < 1 || !std::isfinite(alpha) || (alpha < 0.0 && !std::isfinite(16.0 * alpha))) return 0;
     const bool automatic = std::fabs(alpha) <= 1e-20;
     const double df = alpha > 0.0 ? std::floor(alpha + 0.5) : 0.0;
     if (n < 3 || (!automatic && alpha > 0.0 && df >= n)) {

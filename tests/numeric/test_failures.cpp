@@ -41,8 +41,10 @@ TEST(NumericFailures, BadArgumentsReturnZeroAndLeaveTheOutput) {
         [&] { return SeriesEwmc0(x, nullptr, 50, 0.5, o); },
         [&] { return SmoothHp(x, 6, -1.0, o); },
         [&] { return SmoothHp(x, 6, HUGE_VAL, o); },
+        [&] { return SmoothHp(x, 6, 1e308, o); }, // 16 lambda overflows
         [&] { return SmoothSpline(x, 20, NAN, o); },
         [&] { return SmoothSpline(x, 20, -HUGE_VAL, o); },
+        [&] { return SmoothSpline(x, 20, -1e308, o); },
         [&] { return SmoothKernel(x, 20, 2.0, const_cast<double *>(x)); }, // out must not be y
         [&] { return SmoothKernel(x, 20, NAN, o); },
         [&] { return SortAscending(o, -1); },
