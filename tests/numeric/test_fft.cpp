@@ -37,8 +37,8 @@ double relativeError(const std::vector<double> &xr, const std::vector<double> &x
 TEST(Fft, MatchesDirectTransformOnEveryPath) {
     std::vector<int> lengths;
     for (int n = 1; n <= 64; ++n) lengths.push_back(n);
-    // primes 97, 1009, 4099 (Bluestein), 1000 = 2^3 5^3, 4096, 3 x 37 (Bluestein), 29 x 31 (generic twice)
-    for (int n : {97, 1000, 1009, 4096, 4099, 111, 899}) lengths.push_back(n);
+    // primes 97, 1009, 4099, 10007 (Bluestein), 1000 = 2^3 5^3, 4096, 3 x 37 (Bluestein), 29 x 31 (generic twice)
+    for (int n : {97, 1000, 1009, 4096, 4099, 10007, 111, 899}) lengths.push_back(n);
     Lcg rng{7};
     for (int n : lengths) {
         const std::vector<double> xr = rng.draws(n), xi = rng.draws(n);
