@@ -1,0 +1,37 @@
+// The periodogram by one complex transform of the demeaned series; the mean is a compensated sum,
+// because a level large against the fluctuations would otherwise leave a residual mean that leaks
+// into the low frequencies.
+#include "numeric/periodogram.h"
+
+#include "base/carve.h"
+#include "base/sums.h"
+#include "numeric/fft.h"
+
+int SeriesPeriodogram(const double *x, int n, double *value, double *freq) {
+    if (n < 1 || !x || !value) return 0;
+    const size_t fftDoubles = FftScratchDoubles(n);
+    if (fftDoubles == 0) return 0;
+    double *re = nullptr, *im = nullptr, *fft = nullptr;
+    KvArray<char> block;
+    block.reset(static_cast<char *>(KvCarveBlock([&](KvCarve &c) {
+        re = c.take<double>(n);
+        im = c.take<double>(n);
+        fft = c.take<double>(fftDoubles);
+    })));
+    if (!block.ok()) return 0;
+
+    KvCompensatedSum sum;
+    for (int t = 0; t < n; ++t) sum.add(x[t]);
+    const double mean = sum.value() / n;
+    for (int t = 0; t < n; ++t) {
+        re[t] = x[t] - mean;
+        im[t] = 0.0;
+    }
+    FftComplexWork(re, im, n, 0, fft);
+    const double scale = 1.0 / (6.283185307179586 * n);
+    value[0] = 0.0;
+    for (int j = 1; j <= n / 2; ++j) value[j] = value[n - j] = (re[j] * re[j] + im[j] * im[j]) * scale;
+    if (freq)
+        for (int j = 0; j < n; ++j) freq[j] = 6.283185307179586 * j / n;
+    return 1;
+}

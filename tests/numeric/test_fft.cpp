@@ -1,0 +1,81 @@
+// The transform against the O(n^2) definition summed in long double, for every length to 64 and
+// for lengths that take each path (radix 4/2/3/5, the generic radix, Bluestein); the periodogram
+// against the direct sum, with its symmetry and Parseval's identity.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "numeric/fft.h"
+#include "numeric/periodogram.h"
+#include "numeric_test.h"
+
+namespace {
+
+const long double kPiL = 3.141592653589793238462643383279502884L;
+
+// Max |X - X_ref| / max |X_ref| against the direct DFT with exp(sign 2 pi i j k / n), the angle
+// taken from the exact index j k mod n.
+double relativeError(const std::vector<double> &xr, const std::vector<double> &xi, const std::vector<double> &re,
+                     const std::vector<double> &im, int sign) {
+    const size_t n = xr.size();
+    LVec c(n), s(n);
+    for (size_t j = 0; j < n; ++j) c[j] = std::cos(sign * 2 * kPiL * j / n), s[j] = std::sin(sign * 2 * kPiL * j / n);
+    long double err = 0, norm = 0;
+    for (size_t k = 0; k < n; ++k) {
+        long double sr = 0, si = 0;
+        for (size_t j = 0, jk = 0; j < n; ++j, jk = (jk + k) % n) {
+            sr += xr[j] * c[jk] - xi[j] * s[jk];
+            si += xr[j] * s[jk] + xi[j] * c[jk];
+        }
+        norm = std::max(norm, std::hypot(sr, si));
+        err = std::max(err, std::hypot(sr - re[k], si - im[k]));
+    }
+    return static_cast<double>(err / norm);
+}
+
+TEST(Fft, MatchesDirectTransformOnEveryPath) {
+    std::vector<int> lengths;
+    for (int n = 1; n <= 64; ++n) lengths.push_back(n);
+    // primes 97, 1009, 4099, 10007 (Bluestein), 1000 = 2^3 5^3, 4096, 3 x 37 (Bluestein), 29 x 31 (generic twice)
+    for (int n : {97, 1000, 1009, 4096, 4099, 10007, 111, 899}) lengths.push_back(n);
+    Lcg rng{7};
+    for (int n : lengths) {
+        const std::vector<double> xr = rng.draws(n), xi = rng.draws(n);
+        for (int inverse = 0; inverse <= 1; ++inverse) {
+            std::vector<double> re = xr, im = xi;
+            ASSERT_EQ(FftComplex(re.data(), im.data(), n, inverse), 1);
+            EXPECT_LT(relativeError(xr, xi, re, im, inverse ? 1 : -1), 2e-14) << "n=" << n << " inverse=" << inverse;
+        }
+    }
+    const int good[][2] = {{1, 1}, {7, 8}, {13, 15}, {97, 100}, {1009, 1024}, {2017, 2025}, {0, 0}};
+    for (const auto &row : good) EXPECT_EQ(FftGoodSize(row[0]), row[1]) << row[0];
+}
+
+TEST(Periodogram, MatchesDirectSumWithSymmetryAndParseval) {
+    Lcg rng{3};
+    for (int T : {1, 2, 3, 8, 15, 97, 1009}) {
+        std::vector<double> x = rng.draws(T), value(T), freq(T);
+        for (int t = 0; t < T; ++t) x[t] += 1000.0 + 0.5 * std::sin(0.3 * t); // a level far above the cycle
+        ASSERT_EQ(SeriesPeriodogram(x.data(), T, value.data(), freq.data()), 1);
+        long double mean = 0, ss = 0, total = 0;
+        for (double v : x) mean += v / T;
+        for (double v : x) ss += (v - mean) * (v - mean);
+        for (int j = 0; j < T; ++j) {
+            long double sr = 0, si = 0;
+            for (int t = 0; t < T; ++t) {
+                const long double a = 2 * kPiL * ((static_cast<long>(j) * t) % T) / T;
+                sr += (x[t] - mean) * std::cos(a), si -= (x[t] - mean) * std::sin(a);
+            }
+            const double ref = static_cast<double>((sr * sr + si * si) / (2 * kPiL * T));
+            EXPECT_NEAR(value[j], ref, 1e-12 * static_cast<double>(ss)) << "T=" << T << " j=" << j;
+            EXPECT_EQ(value[j], value[(T - j) % T]) << "T=" << T << " j=" << j;
+            EXPECT_DOUBLE_EQ(freq[j], 6.283185307179586 * j / T) << "T=" << T << " j=" << j;
+            total += value[j];
+        }
+        EXPECT_EQ(value[0], 0.0) << T;
+        EXPECT_NEAR(static_cast<double>(total), static_cast<double>(ss / (2 * kPiL)), 1e-12 * static_cast<double>(ss));
+    }
+}
+
+} // namespace
