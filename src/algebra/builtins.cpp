@@ -24,8 +24,9 @@ const char *const kRegistrationOrder[] = {
     "time",   "trend",       "trough",    "variance",  "year"};
 
 // One row per file of functions.
-const AlgebraLibrary *const kLibraries[] = {&kAlgebraMathLibrary, &kAlgebraDistributionLibrary,
-                                            &kAlgebraCalendarLibrary, &kAlgebraSeriesLibrary, &kAlgebraRandomLibrary};
+const AlgebraLibrary *const kLibraries[] = {&kAlgebraMathLibrary,     &kAlgebraDistributionLibrary,
+                                            &kAlgebraCalendarLibrary, &kAlgebraSeriesLibrary,
+                                            &kAlgebraRandomLibrary,   &kAlgebraSampleLibrary};
 
 AlgebraFunction gTable[ALGEBRA_MAX_FUNCTIONS];
 int gCount = 0;

@@ -47,5 +47,6 @@ extern const AlgebraLibrary kAlgebraDistributionLibrary; // distlib.cpp
 extern const AlgebraLibrary kAlgebraCalendarLibrary;     // calendarlib.cpp
 extern const AlgebraLibrary kAlgebraSeriesLibrary;       // serieslib.cpp
 extern const AlgebraLibrary kAlgebraRandomLibrary;       // randomlib.cpp
+extern const AlgebraLibrary kAlgebraSampleLibrary;       // samplelib.cpp
 
 #endif
