@@ -102,6 +102,23 @@ const char *AlgebraNlsRun(const double *values, int n, int first, int last) {
 Database *AlgebraNlsDatabase() { return gState.compiler ? gState.db : nullptr; }
 int AlgebraNlsHostVariables() { return gState.hostVariables; }
 
+int AlgebraNlsIdentityCount() {
+    return gState.compiler && gState.db->varCount > gState.hostVariables ? gState.db->varCount - gState.hostVariables
+                                                                         : 0;
+}
+
+int AlgebraNlsIdentityStep(int column, const double *endog, int nEndog, double *ident) {
+    Database *db = AlgebraNlsDatabase();
+    if (!db || column < 0 || column >= db->obsCount) return 0;
+    const int k = gState.hostVariables, n = nEndog < k ? nEndog : k;
+    for (int v = 0; v < n; ++v) db->columns[v][column] = endog[v];
+    const int ok = AlgebraRun(gState.compiler, column, column, db->obsCount, 1);
+    // The run may have deleted and made again the variables it writes: read them afresh.
+    const int m = AlgebraNlsIdentityCount();
+    for (int j = 0; j < m; ++j) ident[j] = db->columns[k + j][column];
+    return ok;
+}
+
 void AlgebraNlsExit() {
     AlgebraFree(gState.compiler);
     DbFree(gState.db);

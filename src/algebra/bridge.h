@@ -41,6 +41,16 @@ const char *AlgebraNlsRun(const double *values, int n, int first, int last);
 Database *AlgebraNlsDatabase();
 int AlgebraNlsHostVariables();
 
+// Identities for the forecasts: the variables the model made (after the host's k) are identity
+// variables, computed from the first variables by one run of the model at one observation.
+int AlgebraNlsIdentityCount();
+// Writes endog[0..nEndog-1] into the first nEndog variables (at most k) at observation column,
+// runs the model there quietly with the parameters in force, and copies the identity variables
+// at column into ident[0..AlgebraNlsIdentityCount()-1]. 1 after a run without faults; 0 without
+// a state, for a column outside the database, or after faults (ident is written either way when
+// the column exists).
+int AlgebraNlsIdentityStep(int column, const double *endog, int nEndog, double *ident);
+
 // Frees the state; nothing happens without one.
 void AlgebraNlsExit();
 

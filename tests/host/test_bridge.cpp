@@ -7,6 +7,7 @@
 #include <string>
 
 #include "algebra/algebra.h"
+#include "algebra/bridge.h"
 #include "base/alloc.h"
 #include "common/host_call.h"
 #include "database/database.h"
@@ -196,6 +197,24 @@ TEST_F(Bridge, SecondInitialisationReplacesTheFirst) {
     name.num(0, 2);
     name.invoke(FnGetAlgebraName);
     EXPECT_EQ(name.text(), "v");
+}
+
+// The forecasts' identities: the model's own variables, computed at one observation from the
+// values written into the host's variables there.
+TEST_F(Bridge, IdentityStepRunsOneObservation) {
+    HostCall call;
+    init(call, "&0 = 2; level = &0 * x + c; ratio = level / x;", true);
+    ASSERT_EQ(call.invoke(FnInitAlgebraNls), 1);
+    ASSERT_EQ(AlgebraNlsIdentityCount(), 2);
+    const double endog[2] = {10.0, 1.0};
+    double ident[2] = {0.0, 0.0};
+    EXPECT_EQ(AlgebraNlsIdentityStep(3, endog, 2, ident), 1);
+    EXPECT_EQ(ident[0], 21.0);
+    EXPECT_EQ(ident[1], 2.1);
+    EXPECT_EQ(variable("x", 2, 4), (Vec{4.0, 10.0, 5.0})); // only the column asked for
+    const double zero[1] = {0.0};
+    EXPECT_EQ(AlgebraNlsIdentityStep(0, zero, 1, ident), 0); // 1 / 0: a fault
+    EXPECT_EQ(AlgebraNlsIdentityStep(6, endog, 2, ident), 0);
 }
 
 } // namespace
