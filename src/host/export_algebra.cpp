@@ -10,12 +10,6 @@
 #include "host/frame.h"
 #include "kavrel/kavrel.h"
 
-namespace {
-
-void setText(LumoValue *result, const char *text) { LumoValSetString(result, text); }
-
-} // namespace
-
 // 0 data (T x k), 1 array of k names, 2 start year, 3 start period, 4 frequency, 5 dated flag,
 // 6 model text, 7 -> starting values, 8 -> parameter numbers (given together). Result untouched
 // on success; the failure's text otherwise.
@@ -33,10 +27,10 @@ KAVREL_EXPORT void FnInitAlgebraNls(LumoValue *result, LumoValue *args, int) noe
 
             KvArray<const char *> names(nvars > 0 ? static_cast<size_t>(nvars) : 1);
             if (!names.ok()) {
-                setText(result, "Algebra initialization error");
+                FrameSetString(result, "Algebra initialization error");
                 return;
             }
-            for (int j = 0; j < nvars; ++j) names[j] = LumoValGetString(LumoValGetArrayVal(&args[1], j));
+            for (int j = 0; j < nvars; ++j) names[j] = FrameArrayString(args, 1, j);
             const AlgebraNlsData in{FrameMatrix(args, 0),
                                     nobs,
                                     nvars,
@@ -45,10 +39,10 @@ KAVREL_EXPORT void FnInitAlgebraNls(LumoValue *result, LumoValue *args, int) noe
                                     FrameInt(args, 3),
                                     FrameInt(args, 4),
                                     FrameInt(args, 5),
-                                    LumoValGetString(&args[6])};
+                                    FrameString(args, 6)};
             int count = 0;
             if (const char *text = AlgebraNlsInit(in, wantParams ? 1 : 0, &count)) {
-                setText(result, text);
+                FrameSetString(result, text);
                 return;
             }
             if (!wantParams) return;
@@ -57,7 +51,7 @@ KAVREL_EXPORT void FnInitAlgebraNls(LumoValue *result, LumoValue *args, int) noe
             MATRIX numbers = outputs.matrix(args, 8, count, 1, FrameOutputs::WRITTEN_WHOLE);
             if (outputs.failed() || !start || !numbers) {
                 AlgebraNlsExit();
-                setText(result, "Algebra initialization error");
+                FrameSetString(result, "Algebra initialization error");
                 return;
             }
             AlgebraNlsParams(start[0], numbers[0]);
@@ -65,7 +59,7 @@ KAVREL_EXPORT void FnInitAlgebraNls(LumoValue *result, LumoValue *args, int) noe
         },
         [&] {
             AlgebraNlsExit();
-            setText(result, "Algebra initialization error");
+            FrameSetString(result, "Algebra initialization error");
         });
 }
 
@@ -80,11 +74,11 @@ KAVREL_EXPORT void FnRunAlgebraNls(LumoValue *result, LumoValue *args, int) noex
             const int count = n > INT_MAX ? -1 : static_cast<int>(n); // -1: never the parameter count
             const char *text = AlgebraNlsRun(FrameElements(args, 0), count, FrameInt(args, 1), FrameInt(args, 2));
             if (text)
-                setText(result, text);
+                FrameSetString(result, text);
             else
                 FrameSetInt(result, 1);
         },
-        [&] { setText(result, "Algebra run error"); });
+        [&] { FrameSetString(result, "Algebra run error"); });
 }
 
 KAVREL_EXPORT void FnExitAlgebraNls(LumoValue *, LumoValue *, int) noexcept {
@@ -98,7 +92,7 @@ KAVREL_EXPORT void FnGetAlgebraName(LumoValue *result, LumoValue *args, int) noe
             LumoLibCheckType(LUMO_INT, args, 0, 0);
             const Database *db = AlgebraNlsDatabase();
             const int i = FrameInt(args, 0);
-            setText(result, db && i >= 0 && i < db->varCount ? db->names[i] : "");
+            FrameSetString(result, db && i >= 0 && i < db->varCount ? db->names[i] : "");
         },
         [] {});
 }
@@ -112,7 +106,7 @@ KAVREL_EXPORT void FnGetAlgebraVar(LumoValue *result, LumoValue *args, int) noex
             LumoLibCheckType(LUMO_STRING, args, 0, 0);
             LumoLibCheckType(LUMO_INT, args, 1, 2);
             const Database *db = AlgebraNlsDatabase();
-            const char *given = LumoValGetString(&args[0]);
+            const char *given = FrameString(args, 0);
             if (!db || !given) return;
             char name[DB_MAX_NAME + 1];
             std::strncpy(name, given, DB_MAX_NAME);
@@ -152,7 +146,7 @@ KAVREL_EXPORT void FnGetAlgebraAddedData(LumoValue *, LumoValue *args, int) noex
             for (int j = 0; j < m; ++j) {
                 if (data)
                     for (int t = 0; t < T; ++t) data[t][j] = db->columns[k + j][t];
-                if (names && !LumoValSetString(LumoValGetArrayVal(names, j), db->names[k + j])) return;
+                if (names && !FrameSetString(LumoValGetArrayVal(names, j), db->names[k + j])) return;
             }
             outputs.publish();
         },

@@ -8,6 +8,8 @@
 
 void FrameSetInt(LumoValue *result, int value) { LumoValSetInt(result, value); }
 
+int FrameSetString(LumoValue *result, const char *text) { return LumoValSetString(result, text); }
+
 void FrameSetDouble(LumoValue *result, double value) {
     LumoFreeByValue(result);
     result->type = LUMO_DOUBLE;

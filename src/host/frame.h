@@ -23,6 +23,13 @@ inline int FrameRows(const LumoValue *args, int i) { return args[i].v.w.ival; }
 inline int FrameCols(const LumoValue *args, int i) { return args[i].v.w.u.cols; }
 inline bool FrameIsRef(const LumoValue *args, int i) { return args[i].type == LUMO_REF && args[i].v.w.u.target; }
 inline LumoValue *FrameTarget(const LumoValue *args, int i) { return args[i].v.w.u.target; }
+// The text of a string argument, null when it holds none.
+inline const char *FrameString(const LumoValue *args, int i) { return LumoValGetString(&args[i]); }
+// The text of element j of an array argument, null when there is no such element or it is not a
+// string.
+inline const char *FrameArrayString(LumoValue *args, int i, int j) {
+    return LumoValGetString(LumoValGetArrayVal(&args[i], j));
+}
 
 // Elements of a matrix argument, 0 when it has none.
 long long FrameElementCount(const LumoValue *args, int i);
@@ -70,6 +77,8 @@ private:
 // Return values. Doubles are written straight into the record: the host offers no setter.
 void FrameSetInt(LumoValue *result, int value);
 void FrameSetDouble(LumoValue *result, double value);
+// A copy of text; 0 when the host cannot make it (the record is then empty).
+int FrameSetString(LumoValue *result, const char *text);
 
 // Runs an export body so that nothing escapes: an allocation failure from the standard library
 // (std::bad_alloc) or any other exception runs onFailure, which applies the failure the
