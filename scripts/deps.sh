@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, when any is missing (needs root on a fresh machine).
 set -euo pipefail
-want=(cmake ninja-build g++ libgtest-dev libbenchmark-dev libboost-math-dev "$@")
+want=(cmake ninja-build g++ libgtest-dev libbenchmark-dev libboost-math-dev gnuplot-nox "$@")
 missing=()
 for p in "${want[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

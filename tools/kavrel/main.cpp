@@ -16,6 +16,7 @@ const struct {
     const char *help;
 } kCommands[] = {
     {"algebra", RunAlgebraCommand, "transform the series of a data file with an Algebra program"},
+    {"rls", RunRlsCommand, "recursive least squares with recursive graphics and Chow tests"},
 };
 
 void usage(FILE *out) {

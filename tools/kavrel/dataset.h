@@ -1,0 +1,35 @@
+// The data a command estimates on: a file read with the library's reader, variables picked by
+// name, and the observations where all of them are present.
+#ifndef KAVREL_TOOLS_DATASET_H
+#define KAVREL_TOOLS_DATASET_H
+
+#include <string>
+#include <vector>
+
+#include "host.h"
+
+struct Database;
+
+// Null after one line naming the file (the reader's own message went to standard error).
+Database *LoadData(const std::string &path, std::string *error);
+
+// Variables of db by name; the observations where every one is present, in order, must form one
+// stretch (a missing value inside it is an error naming the variable and the period).
+struct Columns {
+    std::vector<std::string> names;
+    int first = 0, last = -1; // observations of db
+    std::vector<Vec> data;    // one vector per name, last - first + 1 values
+    int nobs() const { return last - first + 1; }
+    // Row-major T x k block of the columns from..to (inclusive), with a leading column of ones
+    // when constant is set.
+    Vec block(size_t from, size_t to, bool constant) const;
+};
+bool SelectColumns(const Database *db, const std::vector<std::string> &names, Columns *out, std::string *error);
+
+// "X1,X2,X3" -> its names (empty entries are an error of the caller's option).
+std::vector<std::string> SplitNames(const std::string &list);
+
+// The text of observation t in the database's period format ("1990(3)", "2020-02-29").
+std::string PeriodText(const Database *db, int t);
+
+#endif

@@ -1,0 +1,31 @@
+// The estimations behind the commands, apart from their option handling so that the tests can
+// run them: each takes the selected data, calls the exports as a host program does, and fills a
+// report and the series the command writes or plots.
+#ifndef KAVREL_TOOLS_ESTIMATE_H
+#define KAVREL_TOOLS_ESTIMATE_H
+
+#include <string>
+#include <vector>
+
+#include "dataset.h"
+#include "report.h"
+
+// Recursive least squares of data.names[0] on the others (and a constant): the full-sample
+// regression in the report, and per observation the coefficients and their standard errors
+// sigma(t) sqrt(P(t)jj), the innovations and sigma(t) = sqrt(RSS(t) / (t + 1 - k)), the one-step
+// Chow statistic (RSS(t) - RSS(t-1)) / (RSS(t-1) / (t - k)) and the break-point statistic
+// ((RSS(T-1) - RSS(t-1)) / (T - t)) / (RSS(t-1) / (t - k)), each divided by its F distribution's
+// 1% critical value (t counts from 0; missing where undefined).
+struct RlsResults {
+    Report report;
+    std::vector<std::string> names;
+    int k = 0, T = 0;
+    std::vector<Vec> coef, se;
+    Vec innovation, sigma, chow1, chowN;
+};
+bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::string *error);
+bool WriteRlsCsv(const std::string &path, const RlsResults &r, const std::vector<std::string> &periods,
+                 std::string *error);
+bool PlotRls(const std::string &path, const RlsResults &r, const std::vector<std::string> &periods, std::string *error);
+
+#endif

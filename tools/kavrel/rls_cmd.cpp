@@ -1,0 +1,175 @@
+// kavrel rls: recursive least squares through FnRlsEst, reported as the full-sample regression
+// with the recursive statistics users look at: the coefficients with +-2 standard errors, the
+// one-step residuals with +-2 sigma, and the one-step and break-point Chow tests scaled by their
+// 1% critical values (a value above 1 rejects constancy at 1%).
+#include <cmath>
+#include <cstdio>
+
+#include "commands.h"
+#include "database/database.h"
+#include "dataset.h"
+#include "estimate.h"
+#include "options.h"
+#include "plot.h"
+#include "special/distributions.h"
+
+namespace {
+
+const OptionRule kOptions[] = {
+    {"--data", "FILE", "the data file"},
+    {"--y", "Y", "the dependent variable"},
+    {"--x", "X1,X2,...", "the regressors"},
+    {"--no-const", nullptr, "no constant term (one is added by default)"},
+    {"--plot", "FILE", "the recursive graphics as a panel (.png or .svg)"},
+    {"--out", "FILE", "the recursive series as CSV"},
+    {"--json", nullptr, "print the results as one JSON object"},
+    {"--help", nullptr, "this text"},
+};
+constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
+
+int fail(const std::string &what) {
+    std::fprintf(stderr, "kavrel rls: %s\n", what.c_str());
+    return EXIT_BAD_INPUT;
+}
+
+} // namespace
+
+bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::string *error) {
+    const int T = data.nobs(), k = static_cast<int>(data.names.size()) - 1 + (constant ? 1 : 0);
+    if (k < 1 || T < k + 2) {
+        *error = "too few observations (" + std::to_string(T) + ") for " + std::to_string(k) + " regressors";
+        return false;
+    }
+    ToolCall call;
+    call.mat(0, T, 1, data.data[0]).mat(1, T, k, data.block(1, data.names.size() - 1, constant));
+    call.num(2, 0).num(3, T - 1).num(4, -1);
+    for (int i = 5; i <= 10; ++i) call.ref(i);
+    call.num(11, 0);
+    if (!call.invoke(FnRlsEst) || !call.resultIsInt() || call.resultInt() != 1) {
+        *error = "the recursive estimation failed" + (call.error().empty() ? "" : ": " + call.error());
+        return false;
+    }
+    const Vec coef = call.out(5), pdiag = call.out(6), innov = call.out(8), rss = call.out(9);
+    out->names.clear();
+    if (constant) out->names.push_back("Constant");
+    for (size_t j = 1; j < data.names.size(); ++j) out->names.push_back(data.names[j]);
+    out->k = k, out->T = T;
+    out->coef.assign(k, Vec(T, NAN)), out->se.assign(k, Vec(T, NAN));
+    out->innovation.assign(T, NAN), out->sigma.assign(T, NAN), out->chow1.assign(T, NAN), out->chowN.assign(T, NAN);
+    for (int i = k; i < T; ++i) {
+        const int m = i + 1; // observations up to i
+        const double sigma = std::sqrt(rss[i] / (m - k));
+        out->sigma[i] = sigma, out->innovation[i] = innov[i];
+        for (int j = 0; j < k; ++j) {
+            out->coef[j][i] = coef[static_cast<size_t>(j) * T + i];
+            out->se[j][i] = sigma * std::sqrt(pdiag[static_cast<size_t>(j) * T + i]);
+        }
+        if (i >= k + 1 && m - 1 - k >= 1) {
+            const double s2 = rss[i - 1] / (m - 1 - k);
+            out->chow1[i] = (rss[i] - rss[i - 1]) / s2 / DistFQinv(0.01, 1.0, m - 1 - k);
+            out->chowN[i] = (rss[T - 1] - rss[i - 1]) / (T - i) / s2 / DistFQinv(0.01, T - i, m - 1 - k);
+        }
+    }
+    Report &r = out->report;
+    r.names = out->names, r.nobs = T, r.residualDf = T - k;
+    r.coef.clear(), r.se.clear();
+    for (int j = 0; j < k; ++j) r.coef.push_back(out->coef[j][T - 1]), r.se.push_back(out->se[j][T - 1]);
+    double mean = 0.0, tss = 0.0;
+    for (double y : data.data[0]) mean += y / T;
+    for (double y : data.data[0]) tss += (y - mean) * (y - mean);
+    const double RSS = rss[T - 1];
+    r.stats = {{"sigma", out->sigma[T - 1]}, {"RSS", RSS}, {"R^2", 1.0 - RSS / tss}};
+    r.loglik = -0.5 * T * (1.0 + std::log(2.0 * M_PI) + std::log(RSS / T));
+    r.title = "Recursive least squares of " + data.names[0];
+    return true;
+}
+
+int RunRlsCommand(int argc, char **argv) {
+    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
+    if (!opt.error.empty()) return fail(opt.error);
+    if (opt.has("--help")) {
+        std::printf("usage: kavrel rls --data FILE --y Y --x X1,X2,... [--no-const] [--plot FILE] [--out FILE] "
+                    "[--json]\n\n%s",
+                    OptionHelp(kOptions, kOptionCount).c_str());
+        return EXIT_CLEAN;
+    }
+    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
+    for (const char *required : {"--data", "--y", "--x"})
+        if (!opt.has(required)) return fail(std::string(required) + " is required");
+    std::string error;
+    Database *db = LoadData(opt.get("--data"), &error);
+    if (!db) return fail(error);
+    std::vector<std::string> names{opt.get("--y")};
+    for (const std::string &x : SplitNames(opt.get("--x"))) names.push_back(x);
+    Columns data;
+    RlsResults res;
+    int status = EXIT_CLEAN;
+    if (!SelectColumns(db, names, &data, &error) || !EstimateRls(data, !opt.has("--no-const"), &res, &error)) {
+        status = fail(error);
+    } else {
+        std::vector<std::string> periods;
+        for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+        res.report.sample = periods.front() + " - " + periods.back();
+        if (opt.has("--json"))
+            PrintJson(stdout, res.report);
+        else
+            PrintReport(stdout, res.report);
+        if (opt.has("--out") && !WriteRlsCsv(opt.get("--out"), res, periods, &error)) status = fail(error);
+        if (status == EXIT_CLEAN && opt.has("--plot") && !PlotRls(opt.get("--plot"), res, periods, &error))
+            status = fail(error);
+    }
+    DbFree(db);
+    return status;
+}
+
+bool WriteRlsCsv(const std::string &path, const RlsResults &r, const std::vector<std::string> &periods,
+                 std::string *error) {
+    std::FILE *f = std::fopen(path.c_str(), "w");
+    if (!f) {
+        *error = "cannot write " + path;
+        return false;
+    }
+    std::fprintf(f, "period");
+    for (const std::string &n : r.names) std::fprintf(f, ",%s,se_%s", n.c_str(), n.c_str());
+    std::fprintf(f, ",innovation,sigma,chow_1step,chow_breakpoint\n");
+    auto value = [f](double v) {
+        if (std::isfinite(v))
+            std::fprintf(f, ",%.17g", v);
+        else
+            std::fprintf(f, ",.");
+    };
+    for (int t = 0; t < r.T; ++t) {
+        std::fprintf(f, "%s", periods[t].c_str());
+        for (int j = 0; j < r.k; ++j) value(r.coef[j][t]), value(r.se[j][t]);
+        value(r.innovation[t]), value(r.sigma[t]), value(r.chow1[t]), value(r.chowN[t]);
+        std::fprintf(f, "\n");
+    }
+    if (std::fclose(f) != 0) {
+        *error = "cannot write " + path;
+        return false;
+    }
+    return true;
+}
+
+bool PlotRls(const std::string &path, const RlsResults &r, const std::vector<std::string> &periods,
+             std::string *error) {
+    std::vector<PlotGraph> graphs;
+    auto band = [&r](const Vec &mid, const Vec &half, double sign) {
+        Vec b(r.T, NAN);
+        for (int t = 0; t < r.T; ++t) b[t] = mid[t] + sign * 2.0 * half[t];
+        return b;
+    };
+    for (int j = 0; j < r.k; ++j)
+        graphs.push_back({r.names[j] + " (+-2 se)",
+                          {{r.names[j], r.coef[j]},
+                           {"+2 se", band(r.coef[j], r.se[j], 1.0), true},
+                           {"-2 se", band(r.coef[j], r.se[j], -1.0), true}}});
+    const Vec zero(r.T, 0.0), one(r.T, 1.0);
+    graphs.push_back({"1-step residuals (+-2 sigma)",
+                      {{"residual", r.innovation},
+                       {"+2 sigma", band(zero, r.sigma, 1.0), true},
+                       {"-2 sigma", band(zero, r.sigma, -1.0), true}}});
+    graphs.push_back({"1-step Chow tests (1% critical value = 1)", {{"1-step Chow", r.chow1}, {"1%", one, true}}});
+    graphs.push_back({"Break-point Chow tests (1% critical value = 1)", {{"N-down Chow", r.chowN}, {"1%", one, true}}});
+    return PlotPanel(path, r.report.title, periods, graphs, error);
+}
