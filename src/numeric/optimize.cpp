@@ -342,3 +342,137 @@ int OptNumericalHessian(const OptProblem &p, const double *x, int n, MATRIX H) {
             if (!std::isfinite(H[i][j])) return 0;
     return 1;
 }
+
+namespace {
+
+// Central differences of the residuals, step eps^(1/3) |x_j| (eps^(1/3) at 0): relative to the
+// parameter's own size, so a parameter of 5e-4 is not stepped by 6e-6 absolute.
+int numericalJacobian(const OptResiduals &p, double *x, int n, double *up, double *down, MATRIX J) {
+    for (int j = 0; j < n; ++j) {
+        const double xj = x[j], h = std::cbrt(DBL_EPSILON) * (xj != 0.0 ? std::fabs(xj) : 1.0);
+        x[j] = xj + h;
+        const int a = p.residuals(p.ctx, x, n, up);
+        x[j] = xj - h;
+        const int b = p.residuals(p.ctx, x, n, down);
+        x[j] = xj;
+        if (!a || !b) return 0;
+        for (int i = 0; i < p.m; ++i) J[i][j] = (up[i] - down[i]) / (2.0 * h);
+    }
+    return 1;
+}
+
+double sumSquares(const double *r, int m) {
+    KvCompensatedSum s;
+    for (int i = 0; i < m; ++i) s.add(r[i] * r[i]);
+    return s.value();
+}
+
+// A = J'J (n x n) and g = J'r.
+void normalEquations(MATRIX J, const double *r, int m, int n, MATRIX A, double *g) {
+    for (int a = 0; a < n; ++a) {
+        KvCompensatedSum ga;
+        for (int i = 0; i < m; ++i) ga.add(J[i][a] * r[i]);
+        g[a] = ga.value();
+        for (int b = 0; b <= a; ++b) {
+            KvCompensatedSum s;
+            for (int i = 0; i < m; ++i) s.add(J[i][a] * J[i][b]);
+            A[a][b] = A[b][a] = s.value();
+        }
+    }
+}
+
+} // namespace
+
+int OptLeastSquares(const OptResiduals &p, double *x, int n, const OptSettings &s, OptResult *res, MATRIX cov) {
+    OptProblem none{nullptr, nullptr, nullptr, nullptr};
+    Objective obj{none, n, 0};
+    const int m = p.m;
+    if (n < 1 || m < n || !p.residuals) return finish(res, OPT_FAILED, 0, obj, HUGE_VAL, HUGE_VAL);
+    const size_t mm = static_cast<size_t>(m), nn = static_cast<size_t>(n);
+    double *r = nullptr, *rt = nullptr, *up = nullptr, *g = nullptr, *d = nullptr, *delta = nullptr, *xt = nullptr;
+    MATRIX J = nullptr, A = nullptr, L = nullptr;
+    KvArray<char> block;
+    block.reset(static_cast<char *>(KvCarveBlock([&](KvCarve &c) {
+        r = c.take<double>(mm), rt = c.take<double>(mm), up = c.take<double>(2 * mm);
+        g = c.take<double>(nn), d = c.take<double>(nn), delta = c.take<double>(nn), xt = c.take<double>(nn);
+        J = c.matrix(m, n), A = c.matrix(n, n), L = c.matrix(n, n);
+    })));
+    if (!block.ok()) return finish(res, OPT_FAILED, 0, obj, HUGE_VAL, HUGE_VAL);
+    auto evaluate = [&](const double *at, double *out) {
+        ++obj.evaluations;
+        return p.residuals(p.ctx, at, n, out) ? sumSquares(out, m) : HUGE_VAL;
+    };
+    auto jacobian = [&]() {
+        obj.evaluations += p.jacobian ? 1 : 2 * n;
+        return p.jacobian ? p.jacobian(p.ctx, x, n, J) : numericalJacobian(p, x, n, up, up + mm, J);
+    };
+    double S = evaluate(x, r);
+    if (!std::isfinite(S) || !jacobian()) return finish(res, OPT_FAILED, 0, obj, HUGE_VAL, HUGE_VAL);
+    normalEquations(J, r, m, n, A, g);
+    for (int j = 0; j < n; ++j) d[j] = std::fmax(A[j][j], DBL_MIN);
+    double mu = 1e-3;
+    auto relGrad = [&]() {
+        double worst = 0.0;
+        for (int j = 0; j < n; ++j) worst = std::fmax(worst, std::fabs(g[j]) * std::fmax(std::fabs(x[j]), 1e-300));
+        return worst / std::fmax(S, DBL_MIN);
+    };
+    int status = OPT_MAX_ITER, iter = 0;
+    for (; iter < s.maxIterations; ++iter) {
+        // (J'J + mu D) delta = -g, by the Cholesky factor; a factor that fails raises mu.
+        bool stepped = false;
+        for (int tries = 0; tries < 60 && !stepped; ++tries) {
+            for (int a = 0; a < n; ++a)
+                for (int b = 0; b <= a; ++b) L[a][b] = A[a][b] + (a == b ? mu * d[a] : 0.0);
+            if (!MatCholesky(L, n)) {
+                mu *= 10.0;
+                continue;
+            }
+            for (int a = 0; a < n; ++a) delta[a] = (-g[a] - KvDot(L[a], delta, a)) / L[a][a];
+            for (int a = n - 1; a >= 0; --a) {
+                double v = delta[a];
+                for (int k = a + 1; k < n; ++k) v -= L[k][a] * delta[k];
+                delta[a] = v / L[a][a];
+            }
+            for (int j = 0; j < n; ++j) xt[j] = x[j] + delta[j];
+            const double St = evaluate(xt, rt);
+            if (St < S) {
+                stepped = true;
+                const double step = [&] {
+                    double w = 0.0;
+                    for (int j = 0; j < n; ++j)
+                        w = std::fmax(w, std::fabs(delta[j]) / std::fmax(std::fabs(x[j]), 1e-300));
+                    return w;
+                }();
+                const double relDrop = (S - St) / S;
+                for (int j = 0; j < n; ++j) x[j] = xt[j];
+                for (int i = 0; i < m; ++i) r[i] = rt[i];
+                S = St;
+                mu = std::fmax(mu / 10.0, 1e-15);
+                if (!jacobian()) return finish(res, OPT_FAILED, iter + 1, obj, -S, HUGE_VAL);
+                normalEquations(J, r, m, n, A, g);
+                for (int j = 0; j < n; ++j) d[j] = std::fmax(d[j], A[j][j]);
+                if (s.progress) s.progress(p.ctx, iter + 1, S, relGrad());
+                if (step < s.paramTol || relDrop < 1e-15 || relGrad() < 1e-15) status = OPT_CONVERGED;
+            } else {
+                mu *= 10.0;
+                // No step of any length lowers S: x is as good as the arithmetic allows.
+                if (mu > 1e30) status = relGrad() < std::sqrt(s.gradientTol) ? OPT_CONVERGED : OPT_NO_PROGRESS;
+                if (mu > 1e30) break;
+            }
+        }
+        if (status != OPT_MAX_ITER) break;
+        if (!stepped) {
+            status = OPT_NO_PROGRESS;
+            break;
+        }
+    }
+    if (cov) {
+        for (int a = 0; a < n; ++a)
+            for (int b = 0; b <= a; ++b) L[a][b] = A[a][b];
+        const bool ok = MatInvertSpd(L, n) == 1;
+        for (int a = 0; a < n; ++a)
+            for (int b = 0; b < n; ++b) cov[a][b] = ok ? L[a][b] : std::nan("");
+    }
+    // finish reports -F as the value; the sum of squares is what a least-squares caller wants.
+    return finish(res, status, status == OPT_MAX_ITER ? iter : iter + 1, obj, -S, relGrad());
+}

@@ -54,6 +54,20 @@ int OptMaximizeBfgs(const OptProblem &p, double *x, int n, const OptSettings &s,
 // replaced by the gradient step.
 int OptMaximizeNewton(const OptProblem &p, double *x, int n, const OptSettings &s, OptResult *r);
 
+// Nonlinear least squares: m residuals r(x) whose sum of squares is minimised. residuals returns
+// 1 (0: not defined at x); jacobian, when not null, writes dr/dx (m x n) and returns 1.
+struct OptResiduals {
+    void *ctx;
+    int m;
+    int (*residuals)(void *ctx, const double *x, int n, double *r);
+    int (*jacobian)(void *ctx, const double *x, int n, MATRIX J);
+};
+// Levenberg-Marquardt with Marquardt's scaling by the diagonal of J'J (Jacobian by central
+// differences when the problem has none). r->value is the residual sum of squares. When cov is
+// not null (n x n) it receives (J'J)^-1 at the solution, the Gauss-Newton covariance before the
+// factor RSS / (m - n) (missing values when J'J is singular there).
+int OptLeastSquares(const OptResiduals &p, double *x, int n, const OptSettings &s, OptResult *r, MATRIX cov);
+
 // Central-difference gradient of value: step h_i = eps^(1/3) max(|x_i|, 1). 1, or 0 when f is
 // not finite at a step.
 int OptNumericalGradient(const OptProblem &p, const double *x, int n, double *g);
