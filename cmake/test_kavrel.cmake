@@ -66,3 +66,13 @@ expect_text("rls json" "${out}" "\"coefficients\": {\"Constant\": ")
 expect_text("rls json" "${out}" "\"nobs\": 7")
 run_case("rls unknown variable" 2 rls --data ${WORK}/reg.txt --y y --x z)
 expect_text("rls unknown variable" "${err}" "kavrel rls: no variable z in the data")
+
+# kavrel nls: a model with a known solution (y = 2 exp(0.5 x) exactly); models go through files.
+file(WRITE ${WORK}/exp.txt "x y\n0 2\n1 3.2974425414\n2 5.4365636569\n3 8.9633781407\n4 14.7781121979\n")
+file(WRITE ${WORK}/exp.alg "&0 = 1; &1 = 0.1; fitted = &0 * exp(&1 * x);\n")
+file(WRITE ${WORK}/bad.alg "&0 = 1; fitted = &0 * q;\n")
+run_case("nls" 0 nls ${WORK}/exp.alg --data ${WORK}/exp.txt --y y --json)
+expect_text("nls" "${out}" "\"&0\": 1.99999")
+expect_text("nls" "${out}" "\"&1\": 0.50000")
+run_case("nls parse error" 2 nls ${WORK}/bad.alg --data ${WORK}/exp.txt --y y)
+expect_text("nls parse error" "${err}" "q Undeclared identifier")

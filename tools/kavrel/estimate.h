@@ -28,4 +28,11 @@ bool WriteRlsCsv(const std::string &path, const RlsResults &r, const std::vector
                  std::string *error);
 bool PlotRls(const std::string &path, const RlsResults &r, const std::vector<std::string> &periods, std::string *error);
 
+// Nonlinear least squares of yName on a model written in Algebra (parameters &0, &1, ... with
+// starting values, fitted values assigned to the variable fitted) over the variables of db,
+// through the estimation bridge; Levenberg-Marquardt, standard errors from the Gauss-Newton
+// covariance. The sample: the observations where y and the starting fit are present.
+bool EstimateNls(const Database *db, const std::string &model, const std::string &yName, const std::string &fitted,
+                 Report *report, std::string *error);
+
 #endif

@@ -17,6 +17,7 @@ const struct {
 } kCommands[] = {
     {"algebra", RunAlgebraCommand, "transform the series of a data file with an Algebra program"},
     {"rls", RunRlsCommand, "recursive least squares with recursive graphics and Chow tests"},
+    {"nls", RunNlsCommand, "nonlinear least squares of a model written in Algebra"},
 };
 
 void usage(FILE *out) {
