@@ -207,7 +207,10 @@ int OptMaximizeBfgs(const OptProblem &p, double *x, int n, const OptSettings &s,
         LineSearch search(obj, x, w.d, w.xt, w.gt, n);
         Trial t;
         if (!search.run(F, slope, a1, &t)) {
-            if (restarted || !scaled) return finish(r, OPT_NO_PROGRESS, iter, obj, F, rg);
+            // No step lowers F any more: converged when the gradient is small at the arithmetic's
+            // resolution of F, stuck otherwise.
+            if (restarted || !scaled)
+                return finish(r, rg < std::sqrt(s.gradientTol) ? OPT_CONVERGED : OPT_NO_PROGRESS, iter, obj, F, rg);
             identity(w.H, n, 1.0), scaled = false, restarted = true; // once more along the gradient
             continue;
         }
@@ -282,13 +285,20 @@ int OptMaximizeNewton(const OptProblem &p, double *x, int n, const OptSettings &
     }
 }
 
+namespace {
+// Difference steps follow the parameter's own size, so that a parameter of 0.01 (a GARCH
+// intercept) is not stepped by 1% of itself; below 1e-3 the step stops shrinking, so that a
+// parameter passing through zero is not differenced in its rounding noise.
+double stepScale(double x) { return std::fmax(std::fabs(x), 1e-3); }
+} // namespace
+
 int OptNumericalGradient(const OptProblem &p, const double *x, int n, double *g) {
     KvArray<double> xt(n > 0 ? static_cast<size_t>(n) : 1);
     if (!xt.ok()) return 0;
     for (int i = 0; i < n; ++i) xt[i] = x[i];
     const double h0 = std::cbrt(DBL_EPSILON);
     for (int i = 0; i < n; ++i) {
-        const double h = h0 * std::fmax(std::fabs(x[i]), 1.0);
+        const double h = h0 * stepScale(x[i]);
         xt[i] = x[i] + h;
         const double up = p.value(p.ctx, xt.get(), n);
         xt[i] = x[i] - h;
@@ -309,7 +319,7 @@ int OptNumericalHessian(const OptProblem &p, const double *x, int n, MATRIX H) {
     for (int i = 0; i < n; ++i) xt[i] = x[i];
     if (p.gradient) {
         for (int j = 0; j < n; ++j) {
-            const double h = std::cbrt(DBL_EPSILON) * std::fmax(std::fabs(x[j]), 1.0);
+            const double h = std::cbrt(DBL_EPSILON) * stepScale(x[j]);
             xt[j] = x[j] + h;
             const int up = p.gradient(p.ctx, xt, n, gu);
             xt[j] = x[j] - h;
@@ -327,10 +337,10 @@ int OptNumericalHessian(const OptProblem &p, const double *x, int n, MATRIX H) {
             return v;
         };
         for (int i = 0; i < n; ++i) {
-            const double hi = std::pow(DBL_EPSILON, 0.25) * std::fmax(std::fabs(x[i]), 1.0);
+            const double hi = std::pow(DBL_EPSILON, 0.25) * stepScale(x[i]);
             H[i][i] = (f(i, hi, i, hi) - 2.0 * f0 + f(i, -hi, i, -hi)) / (4.0 * hi * hi);
             for (int j = 0; j < i; ++j) {
-                const double hj = std::pow(DBL_EPSILON, 0.25) * std::fmax(std::fabs(x[j]), 1.0);
+                const double hj = std::pow(DBL_EPSILON, 0.25) * stepScale(x[j]);
                 H[i][j] = (f(i, hi, j, hj) - f(i, hi, j, -hj) - f(i, -hi, j, hj) + f(i, -hi, j, -hj)) / (4.0 * hi * hj);
             }
         }

@@ -68,12 +68,12 @@ struct OptResiduals {
 // factor RSS / (m - n) (missing values when J'J is singular there).
 int OptLeastSquares(const OptResiduals &p, double *x, int n, const OptSettings &s, OptResult *r, MATRIX cov);
 
-// Central-difference gradient of value: step h_i = eps^(1/3) max(|x_i|, 1). 1, or 0 when f is
+// Central-difference gradient of value: step h_i = eps^(1/3) max(|x_i|, 1e-3). 1, or 0 when f is
 // not finite at a step.
 int OptNumericalGradient(const OptProblem &p, const double *x, int n, double *g);
 // The Hessian of f at x, symmetric: central differences of the gradient (analytic when the
-// problem has one, step eps^(1/3) max(|x_i|, 1)) or second differences of f (step eps^(1/4)
-// max(|x_i|, 1)). 1, or 0 when a difference is not finite or memory cannot be had.
+// problem has one, step eps^(1/3) max(|x_i|, 1e-3)) or second differences of f (step eps^(1/4)
+// max(|x_i|, 1e-3)). 1, or 0 when a difference is not finite or memory cannot be had.
 int OptNumericalHessian(const OptProblem &p, const double *x, int n, MATRIX H);
 
 #endif

@@ -10,6 +10,7 @@ enum { EXIT_CLEAN = 0, EXIT_FAULTS = 1, EXIT_BAD_INPUT = 2 };
 int RunAlgebraCommand(int argc, char **argv);
 int RunRlsCommand(int argc, char **argv);
 int RunNlsCommand(int argc, char **argv);
+int RunGarchCommand(int argc, char **argv);
 
 // Routes the library's messages to standard error, one line each ("Error: text").
 void SendMessagesToStderr();

@@ -35,4 +35,12 @@ bool PlotRls(const std::string &path, const RlsResults &r, const std::vector<std
 bool EstimateNls(const Database *db, const std::string &model, const std::string &yName, const std::string &fitted,
                  Report *report, std::string *error);
 
+// Maximum likelihood of GARCH(p, q) (or EGARCH) with a constant mean and normal errors on
+// data.names[0]; with inMean 1, 2 or 3 a term delta h, delta sqrt(h) or delta log h in the mean.
+struct GarchOptions {
+    int p = 1, q = 1, inMean = 0;
+    bool egarch = false, progress = false;
+};
+bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, std::string *error);
+
 #endif

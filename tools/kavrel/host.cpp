@@ -54,6 +54,17 @@ bool ToolCall::invoke(LumoExport fn) {
     return false;
 }
 
+namespace {
+double *dataOf(const LumoValue *v) {
+    int r = 0, c = 0;
+    MATRIX m = LumoValGetMatrix(v, &r, &c);
+    return m && r > 0 && c > 0 ? m[0] : nullptr;
+}
+} // namespace
+
+double *ToolCall::argData(int i) const { return dataOf(&args_[i]); }
+const double *ToolCall::outData(int i) const { return dataOf(&targets_[i]); }
+
 Vec ToolCall::out(int i, int *rows, int *cols) const { return valuesOf(&targets_[i], rows, cols); }
 Vec ToolCall::values(int *rows, int *cols) const { return valuesOf(&result_, rows, cols); }
 std::string ToolCall::resultText() const {

@@ -43,6 +43,10 @@ public:
     // The text of a string result, "" when the result is not one.
     std::string resultText() const;
     LumoValue *target(int i) { return &targets_[i]; }
+    // The elements of matrix argument i or of the variable of reference i, row-major, in place
+    // (null when it holds no matrix): a host may rewrite its own arguments between calls.
+    double *argData(int i) const;
+    const double *outData(int i) const;
 
 private:
     LumoValue *at(int i);

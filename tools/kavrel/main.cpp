@@ -18,6 +18,7 @@ const struct {
     {"algebra", RunAlgebraCommand, "transform the series of a data file with an Algebra program"},
     {"rls", RunRlsCommand, "recursive least squares with recursive graphics and Chow tests"},
     {"nls", RunNlsCommand, "nonlinear least squares of a model written in Algebra"},
+    {"garch", RunGarchCommand, "GARCH and EGARCH by maximum likelihood"},
 };
 
 void usage(FILE *out) {
