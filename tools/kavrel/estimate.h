@@ -43,4 +43,9 @@ struct GarchOptions {
 };
 bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, std::string *error);
 
+// Binary probit (logit false) or binary or multinomial logit of data.names[0] (codes 0, 1, ...,
+// category 0 the base) on the others and a constant, by Newton's method on the exports' score and
+// information; the report adds the actual-versus-fitted table.
+bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *report, std::string *error);
+
 #endif

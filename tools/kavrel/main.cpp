@@ -19,6 +19,8 @@ const struct {
     {"rls", RunRlsCommand, "recursive least squares with recursive graphics and Chow tests"},
     {"nls", RunNlsCommand, "nonlinear least squares of a model written in Algebra"},
     {"garch", RunGarchCommand, "GARCH and EGARCH by maximum likelihood"},
+    {"probit", RunProbitCommand, "binary probit by maximum likelihood"},
+    {"logit", RunLogitCommand, "binary or multinomial logit by maximum likelihood"},
 };
 
 void usage(FILE *out) {

@@ -1,0 +1,187 @@
+// kavrel probit | logit: maximum likelihood of a binary probit (FnBinProbitRz) or a binary or
+// multinomial logit (FnLogitRz), by Newton's method on the score and the information matrix the
+// exports return; standard errors from the inverse information, and the actual-versus-fitted
+// table of FnActFitTable.
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "commands.h"
+#include "database/database.h"
+#include "dataset.h"
+#include "estimate.h"
+#include "matrix/cholesky.h"
+#include "numeric/optimize.h"
+#include "options.h"
+
+namespace {
+
+const OptionRule kOptions[] = {
+    {"--data", "FILE", "the data file"},
+    {"--y", "Y", "the outcome: 0 or 1 (probit), 0, 1, ..., m-1 (logit)"},
+    {"--x", "X1,X2,...", "the regressors"},
+    {"--no-const", nullptr, "no constant term (one is added by default)"},
+    {"--json", nullptr, "print the results as one JSON object"},
+    {"--help", nullptr, "this text"},
+};
+constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
+
+// One call of the export gives the log-likelihood, the score and the information; the optimiser
+// asks for them separately at the same point, so the last call is kept.
+struct Discrete {
+    bool logit;
+    int n, kx, m;
+    Vec y, X;
+    Vec lastB, score, info, prob;
+    double ll = NAN;
+    bool evaluate(const double *b, int k) {
+        if (static_cast<int>(lastB.size()) == k && std::equal(lastB.begin(), lastB.end(), b)) return std::isfinite(ll);
+        ToolCall call;
+        const Vec beta(b, b + k);
+        if (logit) {
+            call.col(0, beta).col(1, y).num(2, m).mat(3, n, kx, X).mat(4, 0, 0, Vec()).mat(5, 0, 0, Vec());
+            call.mat(6, 0, 0, Vec()).ref(7).ref(8).ref(9).num(10, 0).num(11, 0);
+            if (!call.invoke(FnLogitRz)) return false;
+        } else {
+            call.col(0, beta).col(1, y).mat(2, n, kx, X).mat(3, 0, 0, Vec()).ref(4).ref(5).ref(6).num(7, 0).num(8, 0);
+            if (!call.invoke(FnBinProbitRz)) return false;
+        }
+        lastB = beta, ll = call.resultDouble();
+        score = call.out(logit ? 7 : 4), info = call.out(logit ? 8 : 5), prob = call.out(logit ? 9 : 6);
+        return std::isfinite(ll);
+    }
+};
+
+double value(void *ctx, const double *b, int k) {
+    auto &d = *static_cast<Discrete *>(ctx);
+    return d.evaluate(b, k) ? d.ll : NAN;
+}
+int gradient(void *ctx, const double *b, int k, double *g) {
+    auto &d = *static_cast<Discrete *>(ctx);
+    if (!d.evaluate(b, k) || static_cast<int>(d.score.size()) != k) return 0;
+    for (int j = 0; j < k; ++j) g[j] = d.score[j];
+    return 1;
+}
+int information(void *ctx, const double *b, int k, MATRIX info) {
+    auto &d = *static_cast<Discrete *>(ctx);
+    if (!d.evaluate(b, k) || static_cast<int>(d.info.size()) != k * k) return 0;
+    for (int i = 0; i < k; ++i)
+        for (int j = 0; j < k; ++j) info[i][j] = d.info[static_cast<size_t>(i) * k + j];
+    return 1;
+}
+
+} // namespace
+
+bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *report, std::string *error) {
+    Discrete d;
+    d.logit = logit, d.n = data.nobs(), d.kx = static_cast<int>(data.names.size()) - 1 + (constant ? 1 : 0);
+    d.y = data.data[0], d.X = data.block(1, data.names.size() - 1, constant);
+    int top = 0;
+    for (double v : d.y) {
+        if (v != std::floor(v) || v < 0 || v > 1000) {
+            *error = "the outcome " + data.names[0] + " must hold the codes 0, 1, ...";
+            return false;
+        }
+        top = std::max(top, static_cast<int>(v));
+    }
+    d.m = top + 1;
+    if (d.m < 2 || (!logit && d.m != 2)) {
+        *error = logit ? "the outcome takes one value only" : "a probit needs an outcome of 0 and 1";
+        return false;
+    }
+    const int k = logit ? (d.m - 1) * d.kx : d.kx;
+    if (d.kx < 1 || d.n <= k) {
+        *error = "too few observations for the regressors";
+        return false;
+    }
+    Vec b(k, 0.0);
+    const OptProblem problem{&d, value, gradient, information};
+    OptResult res{};
+    const int status = OptMaximizeNewton(problem, b.data(), k, OptDefaultSettings(), &res);
+    if (status == OPT_FAILED) {
+        *error = "the likelihood cannot be evaluated";
+        return false;
+    }
+    std::vector<double> inv(static_cast<size_t>(k) * k);
+    std::vector<double *> rows;
+    for (int i = 0; i < k; ++i) rows.push_back(&inv[static_cast<size_t>(i) * k]);
+    const bool invertible = information(&d, b.data(), k, rows.data()) && MatInvertSpd(rows.data(), k) == 1;
+    std::vector<std::string> xnames;
+    if (constant) xnames.push_back("Constant");
+    for (size_t j = 1; j < data.names.size(); ++j) xnames.push_back(data.names[j]);
+    report->names.clear(), report->se.clear();
+    for (int c = 1; c < (logit ? d.m : 2); ++c)
+        for (const std::string &x : xnames)
+            report->names.push_back(logit && d.m > 2 ? x + "(" + std::to_string(c) + ")" : x);
+    report->coef = b;
+    for (int j = 0; j < k; ++j) report->se.push_back(invertible ? std::sqrt(rows[j][j]) : NAN);
+    report->title = std::string(logit ? (d.m > 2 ? "Multinomial logit" : "Logit") : "Probit") + " of " + data.names[0] +
+                    (logit && d.m > 2 ? " (category 0 the base)" : "");
+    report->loglik = res.value, report->nobs = d.n, report->residualDf = 0, report->converged = status == OPT_CONVERGED;
+    // The fitted table: actual categories in rows, predicted in columns, totals last.
+    ToolCall table;
+    const int cols = logit ? d.m : 2;
+    table.col(0, d.y).mat(1, d.n, cols, d.prob);
+    int tr = 0, tc = 0;
+    Vec cells;
+    if (table.invoke(FnActFitTable)) cells = table.values(&tr, &tc);
+    if (tr == cols + 1 && tc == cols + 1) {
+        report->lines.push_back("\nActual (rows) against predicted (columns), totals last:");
+        std::string matrix = "[";
+        for (int i = 0; i < tr; ++i) {
+            std::string line = "  ";
+            Vec row(cells.begin() + static_cast<long>(i) * tc, cells.begin() + static_cast<long>(i + 1) * tc);
+            for (double v : row) line += std::to_string(static_cast<long long>(v)) + "\t";
+            report->lines.push_back(line);
+            matrix += (i ? ", " : "") + JsonArray(row);
+        }
+        report->json.push_back("\"fitted_table\": " + matrix + "]");
+    }
+    return true;
+}
+
+namespace {
+
+int run(int argc, char **argv, bool logit) {
+    const char *name = logit ? "logit" : "probit";
+    auto fail = [name](const std::string &what) {
+        std::fprintf(stderr, "kavrel %s: %s\n", name, what.c_str());
+        return EXIT_BAD_INPUT;
+    };
+    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
+    if (!opt.error.empty()) return fail(opt.error);
+    if (opt.has("--help")) {
+        std::printf("usage: kavrel %s --data FILE --y Y --x X1,X2,... [--no-const] [--json]\n\n%s", name,
+                    OptionHelp(kOptions, kOptionCount).c_str());
+        return EXIT_CLEAN;
+    }
+    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
+    for (const char *required : {"--data", "--y", "--x"})
+        if (!opt.has(required)) return fail(std::string(required) + " is required");
+    std::string error;
+    Database *db = LoadData(opt.get("--data"), &error);
+    if (!db) return fail(error);
+    std::vector<std::string> names{opt.get("--y")};
+    for (const std::string &x : SplitNames(opt.get("--x"))) names.push_back(x);
+    Columns data;
+    Report report;
+    int status = EXIT_CLEAN;
+    if (!SelectColumns(db, names, &data, &error) ||
+        !EstimateDiscrete(data, logit, !opt.has("--no-const"), &report, &error)) {
+        status = fail(error);
+    } else {
+        report.sample = PeriodText(db, data.first) + " - " + PeriodText(db, data.last);
+        if (opt.has("--json"))
+            PrintJson(stdout, report);
+        else
+            PrintReport(stdout, report);
+        if (!report.converged) status = EXIT_FAULTS;
+    }
+    DbFree(db);
+    return status;
+}
+
+} // namespace
+
+int RunProbitCommand(int argc, char **argv) { return run(argc, argv, false); }
+int RunLogitCommand(int argc, char **argv) { return run(argc, argv, true); }
