@@ -186,4 +186,58 @@ TEST(Tools, ProbitAndLogitReachTheMaximumOfTheirLikelihoods) {
     }
 }
 
+// A two-regime series made here: the Markov-switching estimate against Hamilton's filter written
+// out in the test (predicted probabilities, densities, the normalised update) and maximised by
+// BFGS over the same parameters (means, log sigmas, the two switching logits).
+double hamilton(void *ctx, const double *b, int) {
+    const Vec &y = *static_cast<Vec *>(ctx);
+    const double p12 = 1.0 / (1.0 + std::exp(-b[4])), p21 = 1.0 / (1.0 + std::exp(-b[5])); // leave 1, leave 2
+    double pr1 = p21 / (p12 + p21), ll = 0.0;                                              // the ergodic start
+    for (double v : y) {
+        double f[2];
+        for (int j = 0; j < 2; ++j) {
+            const double sd = std::exp(b[2 + j]), z = (v - b[j]) / sd;
+            f[j] = std::exp(-0.5 * z * z) / (sd * std::sqrt(2.0 * M_PI));
+        }
+        const double a1 = pr1 * f[0], a2 = (1.0 - pr1) * f[1];
+        ll += std::log(a1 + a2);
+        const double post1 = a1 / (a1 + a2);
+        pr1 = post1 * (1.0 - p12) + (1.0 - post1) * p21;
+    }
+    return ll;
+}
+
+TEST(Tools, MarkovSwitchingReachesTheMaximumOfHamiltonsLikelihood) {
+    Vec y;
+    unsigned state = 777;
+    int regime = 0;
+    for (int t = 0; t < 240; ++t) {
+        state = state * 1103515245u + 12345u;
+        if ((state >> 10) % 100 < 5) regime = 1 - regime;
+        state = state * 1103515245u + 12345u;
+        const double u1 = ((state >> 8) % 100000 + 0.5) / 100000.0;
+        state = state * 1103515245u + 12345u;
+        const double u2 = ((state >> 8) % 100000 + 0.5) / 100000.0;
+        const double z = std::sqrt(-2.0 * std::log(u1)) * std::cos(2.0 * M_PI * u2);
+        y.push_back(regime ? 3.0 + 2.0 * z : -1.0 + 0.5 * z);
+    }
+    Columns data;
+    data.names = {"y"}, data.data = {y}, data.first = 0, data.last = 239;
+    MsResults r;
+    std::string error;
+    ASSERT_TRUE(EstimateMs(data, 2, 0, &r, &error)) << error;
+    Vec b = {-1.0, 3.0, std::log(0.5), std::log(2.0), -2.0, -2.0};
+    const OptProblem direct{&y, hamilton, nullptr, nullptr};
+    OptResult res{};
+    ASSERT_EQ(OptMaximizeBfgs(direct, b.data(), 6, OptDefaultSettings(), &res), OPT_CONVERGED);
+    EXPECT_NEAR(r.report.loglik, res.value, 1e-7 * std::fabs(res.value));
+    EXPECT_NEAR(r.report.coef[0], b[0], 1e-4);
+    EXPECT_NEAR(r.report.coef[1], b[1], 1e-4);
+    EXPECT_NEAR(r.report.coef[2], std::exp(b[2]), 1e-4);
+    EXPECT_NEAR(r.report.coef[3], std::exp(b[3]), 1e-4);
+    EXPECT_NEAR(r.P[2], 1.0 / (1.0 + std::exp(-b[4])), 1e-4); // P[1][0]: from regime 1 to 2
+    ASSERT_EQ(r.smoothed.size(), 2u * 240u);
+    EXPECT_NEAR(r.smoothed[0] + r.smoothed[1], 1.0, 1e-9);
+}
+
 } // namespace

@@ -13,6 +13,7 @@ int RunNlsCommand(int argc, char **argv);
 int RunGarchCommand(int argc, char **argv);
 int RunProbitCommand(int argc, char **argv);
 int RunLogitCommand(int argc, char **argv);
+int RunMsCommand(int argc, char **argv);
 
 // Routes the library's messages to standard error, one line each ("Error: text").
 void SendMessagesToStderr();

@@ -42,15 +42,39 @@ void writeValue(double v, bool isDate, FILE *out) {
     std::fputs(text, out);
 }
 
+// The name of the period column that the reader takes as the sample, or null when the sample
+// needs none (annual) or no year columns at all (the reader's default sample, dated data).
+const char *periodColumn(const Sample &s) {
+    switch (s.frequency) {
+    case 4: return "quarter";
+    case 12: return "month";
+    case 52: return "week";
+    default: return s.frequency > 1 ? "period" : nullptr;
+    }
+}
+
 } // namespace
 
 int WriteDatabaseCsv(const Database *db, FILE *out) {
+    const Sample &s = db->sample;
+    const bool years = !DbIsDated(db) && (s.frequency > 1 || s.startYear != 1);
+    const char *period = years ? periodColumn(s) : nullptr;
+    if (years) {
+        std::fputs("year", out);
+        if (period) std::fprintf(out, ",%s", period);
+        if (db->varCount) std::fputc(',', out);
+    }
     for (int i = 0; i < db->varCount; ++i) {
         if (i) std::fputc(',', out);
         writeName(db->names[i], out);
     }
     std::fputc('\n', out);
     for (int t = 0; t < db->obsCount; ++t) {
+        if (years) {
+            std::fprintf(out, "%d", SampleYearOfObs(t, s));
+            if (period) std::fprintf(out, ",%d", SamplePeriodOfObs(t, s));
+            if (db->varCount) std::fputc(',', out);
+        }
         for (int i = 0; i < db->varCount; ++i) {
             if (i) std::fputc(',', out);
             writeValue(db->columns[i][t], db->varInfo[i].word[0] == 1, out);

@@ -48,4 +48,14 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
 // information; the report adds the actual-versus-fitted table.
 bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *report, std::string *error);
 
+// A Markov-switching model of mean and variance with p AR terms over M regimes on
+// data.names[0], by maximum likelihood through FnFilterMS; P the estimated column-stochastic
+// transition matrix (M x M, row-major), smoothed the (T - p) x M smoothed probabilities.
+struct MsResults {
+    Report report;
+    int M = 0, p = 0;
+    Vec P, smoothed;
+};
+bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *error);
+
 #endif

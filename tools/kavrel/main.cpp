@@ -21,6 +21,7 @@ const struct {
     {"garch", RunGarchCommand, "GARCH and EGARCH by maximum likelihood"},
     {"probit", RunProbitCommand, "binary probit by maximum likelihood"},
     {"logit", RunLogitCommand, "binary or multinomial logit by maximum likelihood"},
+    {"ms", RunMsCommand, "Markov-switching mean and variance by maximum likelihood"},
 };
 
 void usage(FILE *out) {
