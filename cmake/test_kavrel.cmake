@@ -92,3 +92,10 @@ run_case("ms too short" 2 ms --data ${WORK}/reg.txt --y y)
 expect_text("ms too short" "${err}" "kavrel ms: bad --regimes or --ar, or too few observations (7)")
 run_case("garch missing option" 2 garch --data ${WORK}/reg.txt)
 expect_text("garch missing option" "${err}" "kavrel garch: --y is required")
+
+# kavrel demo: the tour runs and names its folder.
+run_case("demo" 0 demo --out ${WORK}/demo --examples ${SOURCE}/examples)
+expect_text("demo" "${out}" "The reports and plots are in ${WORK}/demo")
+if(NOT EXISTS ${WORK}/demo/garch-dem2gbp.txt)
+  message(FATAL_ERROR "demo: no GARCH report written")
+endif()

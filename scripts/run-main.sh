@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# The main job: builds the library and runs the example host program, which loads the shipped
-# quarterly macro data and prints recursive least-squares estimates computed through FnRlsEst.
+# The main job: builds the library and its command-line host, then runs `kavrel demo`, a tour of
+# the estimations on the shipped example data that writes its reports and plots into kavrel-demo/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
-cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release
-cmake --build build/release -j "$(nproc)" --target rls_demo
-./build/release/rls_demo tests/data/macrodata.csv
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DKAVREL_TESTS=OFF -DKAVREL_BENCH=OFF
+cmake --build build/release -j "$(nproc)" --target kavrel
+./build/release/kavrel demo --out kavrel-demo

@@ -14,6 +14,7 @@ int RunGarchCommand(int argc, char **argv);
 int RunProbitCommand(int argc, char **argv);
 int RunLogitCommand(int argc, char **argv);
 int RunMsCommand(int argc, char **argv);
+int RunDemoCommand(int argc, char **argv);
 
 // Routes the library's messages to standard error, one line each ("Error: text").
 void SendMessagesToStderr();

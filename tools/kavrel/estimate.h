@@ -57,5 +57,8 @@ struct MsResults {
     Vec P, smoothed;
 };
 bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *error);
+// The series and the smoothed probability of each regime, one graph each.
+bool PlotMs(const std::string &path, const MsResults &r, const Columns &data, const std::vector<std::string> &periods,
+            std::string *error);
 
 #endif

@@ -198,6 +198,20 @@ bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *
     return true;
 }
 
+bool PlotMs(const std::string &path, const MsResults &r, const Columns &data, const std::vector<std::string> &periods,
+            std::string *error) {
+    const int T = data.nobs() - r.p, M = r.M;
+    std::vector<PlotGraph> graphs{
+        {data.names[0], {{data.names[0], Vec(data.data[0].begin() + r.p, data.data[0].end())}}}};
+    for (int j = 0; j < M && static_cast<int>(r.smoothed.size()) == T * M; ++j) {
+        Vec prob(T);
+        for (int t = 0; t < T; ++t) prob[t] = r.smoothed[static_cast<size_t>(t) * M + j];
+        graphs.push_back(
+            {"Smoothed probability of regime " + std::to_string(j + 1), {{"regime " + std::to_string(j + 1), prob}}});
+    }
+    return PlotPanel(path, r.report.title, periods, graphs, error);
+}
+
 int RunMsCommand(int argc, char **argv) {
     const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
     if (!opt.error.empty()) return fail(opt.error);
@@ -227,17 +241,7 @@ int RunMsCommand(int argc, char **argv) {
         if (opt.has("--plot")) {
             std::vector<std::string> periods;
             for (int t = data.first + p; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
-            std::vector<PlotGraph> graphs;
-            const int T = data.nobs() - p;
-            PlotGraph series{data.names[0], {{data.names[0], Vec(data.data[0].begin() + p, data.data[0].end())}}};
-            graphs.push_back(series);
-            for (int j = 0; j < M && static_cast<int>(res.smoothed.size()) == T * M; ++j) {
-                Vec prob(T);
-                for (int t = 0; t < T; ++t) prob[t] = res.smoothed[static_cast<size_t>(t) * M + j];
-                graphs.push_back({"Smoothed probability of regime " + std::to_string(j + 1),
-                                  {{"regime " + std::to_string(j + 1), prob}}});
-            }
-            if (!PlotPanel(opt.get("--plot"), res.report.title, periods, graphs, &error)) status = fail(error);
+            if (!PlotMs(opt.get("--plot"), res, data, periods, &error)) status = fail(error);
         }
         if (status == EXIT_CLEAN && !res.report.converged) status = EXIT_FAULTS;
     }
