@@ -31,13 +31,17 @@ struct ExportRow {
 const struct {
     const char *name, *types;
 } kSignatures[] = {
-    {"FnRlsEst", "mmiiirrrrrrr"},    {"FnGarchVar", "mmmiiidddrr"}, {"FnEgarchVar", "mmdddmmidrr"},
-    {"FnBinProbitRz", "mmmmrrrrr"},  {"FnLogitRz", "mmimmmmrrrrr"}, {"FnActFitTable", "mm"},
-    {"FnFilterMS", "mmmrr"},         {"FnSmoothMS", "mmrr"},        {"FnSmoothMS2", "mmrr"},
-    {"FnSmoothMS2sym", "mmrr"},      {"FnGLScovariance", "mmi"},    {"FnKroneckerSel", "mmmm"},
-    {"FnSeasonalRsq", "midr"},       {"FnDeSeasonalize", "mi"},     {"FnInitAlgebraNls", "maiiiisrr"},
-    {"FnRunAlgebraNls", "mii"},      {"FnGetAlgebraName", "i"},     {"FnGetAlgebraVar", "siim"},
-    {"FnGetAlgebraAddedData", "rr"},
+    {"FnRlsEst", "mmiiirrrrrrr"},      {"FnGarchVar", "mmmiiidddrr"},
+    {"FnEgarchVar", "mmdddmmidrr"},    {"FnBinProbitRz", "mmmmrrrrr"},
+    {"FnLogitRz", "mmimmmmrrrrr"},     {"FnActFitTable", "mm"},
+    {"FnFilterMS", "mmmrr"},           {"FnSmoothMS", "mmrr"},
+    {"FnSmoothMS2", "mmrr"},           {"FnSmoothMS2sym", "mmrr"},
+    {"FnGLScovariance", "mmi"},        {"FnKroneckerSel", "mmmm"},
+    {"FnSeasonalRsq", "midr"},         {"FnDeSeasonalize", "mi"},
+    {"FnInitAlgebraNls", "maiiiisrr"}, {"FnRunAlgebraNls", "mii"},
+    {"FnGetAlgebraName", "i"},         {"FnGetAlgebraVar", "siim"},
+    {"FnGetAlgebraAddedData", "rr"},   {"FnDynForc", "mmiiiiimmmmmmmiirii"},
+    {"FnImpulse", "mmiiiiimmmmmmmii"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and

@@ -1,4 +1,4 @@
-// One host call as a host program makes it: up to twelve argument records, the caller's variables
+// One host call as a host program makes it: up to twenty argument records, the caller's variables
 // that references point at (targets[i] for argument i), and the return record, all freed with the
 // call. Setters chain, so that a call reads as its argument list.
 #ifndef KAVREL_TESTS_COMMON_HOST_CALL_H
@@ -46,7 +46,7 @@ template <class V> void ExpectClose(const Vec &got, const V &want, double tol, c
 }
 
 struct HostCall {
-    static constexpr int kMax = 12;
+    static constexpr int kMax = 20;
     LumoValue args[kMax], targets[kMax], result;
     int count;
     HostCall() { std::memset(static_cast<void *>(this), 0, sizeof *this); }

@@ -48,6 +48,26 @@ void kronArgs(HostCall &c) {
     c.mat(0, 3, 2, {1, 2, 3, 4, 5, 6}).mat(1, 2, 2, {1, -1, 2, 3}).row(2, {0, 5}).row(3, {1, 3});
 }
 void glsArgs(HostCall &c) { c.mat(0, 4, 2, {1, 2, 3, 4, 5, 6, 7, 8}).mat(1, 4, 2, Lcg{8}.draws(8)).num(2, 1); }
+// A VAR(1) of two equations with a constant: regressors y1(-1), y2(-1), 1 over 6 observations.
+void forecastModel(HostCall &c) {
+    Lcg g{9};
+    c.mat(0, 2, 6, g.draws(12)).mat(1, 3, 6, g.draws(18)).num(2, 1).num(3, 5).num(4, 0).num(5, 1).num(6, 1);
+    c.row(7, {1, 2, 1, 2, 3})
+        .row(8, {1, 1, 1, 1, 0})
+        .row(9, {0, 0, 1, 1, 0})
+        .mat(10, 2, 3, {0.5, 0.1, 1, 0.2, 0.3, -1});
+    c.mat(11, 2, 2, {0.5, 0.1, 0.1, 0.4});
+}
+void dynForcArgs(HostCall &c) { // h-step with the coefficient term
+    forecastModel(c);
+    Vec cov(36, 0.0);
+    for (int i = 0; i < 6; ++i) cov[7 * i] = 0.01;
+    c.mat(12, 6, 6, cov).num(13, 0).num(14, 0).num(15, 2).ref(16).num(17, 0).num(18, 0);
+}
+void impulseArgs(HostCall &c) {
+    forecastModel(c);
+    c.num(12, 0).num(13, 0).num(14, 1).num(15, 2);
+}
 
 bool sameValue(const LumoValue &a, const LumoValue &b) {
     if (a.type != b.type || (a.type == LUMO_INT && a.v.w.ival != b.v.w.ival)) return false;
@@ -105,7 +125,8 @@ const Export kRls{"rls", FnRlsEst, rlsArgs}, kGarch{"garch", FnGarchVar, garchAr
     kFilter{"filter", FnFilterMS, filterArgs}, kSmooth{"smooth", FnSmoothMS, smoothArgs},
     kSmooth2{"smooth2", FnSmoothMS2, smoothArgs}, kSmooth2sym{"smooth2sym", FnSmoothMS2sym, smoothArgs},
     kDeseason{"deseasonalize", FnDeSeasonalize, deseasonArgs}, kRsq{"seasonal rsq", FnSeasonalRsq, rsqArgs},
-    kKron{"kronecker", FnKroneckerSel, kronArgs}, kGls{"long-run covariance", FnGLScovariance, glsArgs};
+    kKron{"kronecker", FnKroneckerSel, kronArgs}, kGls{"long-run covariance", FnGLScovariance, glsArgs},
+    kDynForc{"forecast", FnDynForc, dynForcArgs}, kImpulse{"impulse", FnImpulse, impulseArgs};
 
 TEST(EstimatorExports, BadInput) {
     const Outcome REFUSED{KEEPS, UNTOUCHED}, STATUS0{ZERO, MISSING}, NAN_RESULT{NAN_VALUE, UNTOUCHED};
@@ -170,6 +191,31 @@ TEST(EstimatorExports, BadInput) {
         {kKron, "R an int", [](HostCall &c) { c.num(2, 0); }, REFUSED, "argument 2: matrix expected, int found"},
         {kGls, "U with fewer rows than X", [](HostCall &c) { c.mat(1, 3, 2, Vec(6, 1)); }, REFUSED, ""},
         {kGls, "hac a double", [](HostCall &c) { c.dbl(2, 1); }, REFUSED, "argument 2: int expected, double found"},
+        {kDynForc, "horizon a double", [](HostCall &c) { c.dbl(15, 1); }, REFUSED,
+         "argument 15: int expected, double found"},
+        {kDynForc, "t2 < t1", [](HostCall &c) { c.num(2, 4).num(3, 3); }, REFUSED, ""},
+        {kDynForc, "horizon above the count", [](HostCall &c) { c.num(15, 6); }, REFUSED, ""},
+        {kDynForc, "lag of an unmodelled variable", [](HostCall &c) { c.row(7, {1, 2, 1, 4, 3}); }, REFUSED, ""},
+        {kDynForc, "lag out of range", [](HostCall &c) { c.row(9, {0, 0, 1, 100001, 0}); }, REFUSED, ""},
+        {kDynForc, "one regressor too many", [](HostCall &c) { c.row(8, {1, 1, 1, 1, 1}); }, REFUSED, ""},
+        {kDynForc, "descriptor too short", [](HostCall &c) { c.row(9, {0, 0, 1, 1}); }, REFUSED, ""},
+        {kDynForc, "coefficients 2 x 2", [](HostCall &c) { c.mat(10, 2, 2, Vec(4, 0.1)); }, REFUSED, ""},
+        {kDynForc, "no error covariance", [](HostCall &c) { c.mat(11, 0, 0, {}); }, REFUSED, ""},
+        {kDynForc, "coefficient covariance 5 x 5", [](HostCall &c) { c.mat(12, 5, 5, Vec(25, 0.1)); }, REFUSED, ""},
+        {kDynForc, "restriction of other size", [](HostCall &c) { c.mat(13, 6, 2, Vec(12, 1)).num(14, 3); }, REFUSED,
+         ""},
+        {kImpulse, "shock a matrix", [](HostCall &c) { c.row(14, {1}); }, REFUSED,
+         "argument 14: int expected, matrix found"},
+        {kImpulse, "t2 < t1", [](HostCall &c) { c.num(3, 0); }, REFUSED, ""},
+        {kImpulse, "shock out of range", [](HostCall &c) { c.num(14, 2); }, REFUSED, ""},
+        {kImpulse, "negative shock", [](HostCall &c) { c.num(14, -1); }, REFUSED, ""},
+        {kImpulse, "bad kind", [](HostCall &c) { c.num(15, 4); }, REFUSED, ""},
+        {kImpulse, "Cholesky fails", [](HostCall &c) { c.mat(11, 2, 2, {1, 2, 2, 1}); }, REFUSED, ""},
+        {kImpulse, "kind 2, covariance not square", [](HostCall &c) { c.mat(11, 2, 1, {1, 2}); }, REFUSED, ""},
+        {kImpulse, "kind 3 without vector", [](HostCall &c) { c.num(15, 3); }, REFUSED, ""},
+        {kImpulse, "kind 3, vector too short", [](HostCall &c) { c.num(15, 3).row(13, {1}); }, REFUSED, ""},
+        {kImpulse, "more modelled equations than variables", [](HostCall &c) { c.num(4, 0).mat(11, 3, 3, Vec(9, 1)); },
+         REFUSED, ""},
         // clang-format on
     };
     for (const auto &r : rows) {
@@ -209,6 +255,8 @@ TEST(EstimatorExports, AllocationFailures) {
         {kRsq, 0, {}, 2, {NAN_VALUE, UNTOUCHED}},
         {kKron, 0, {}, 2, {NO_RESULT, UNTOUCHED}},
         {kGls, 2, {ZEROS, UNTOUCHED}, 2, {NO_RESULT, UNTOUCHED}},
+        {kDynForc, 1, {KEEPS, UNTOUCHED}, 4, {KEEPS, UNTOUCHED}},
+        {kImpulse, 1, {KEEPS, UNTOUCHED}, 2, {KEEPS, UNTOUCHED}},
         // clang-format on
     };
     for (const auto &r : rows) {
@@ -262,8 +310,8 @@ TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
     // output. Every (output, input) pair of every export with outputs: the call reads all its
     // inputs before it writes, so under AddressSanitizer nothing is read from released storage,
     // and the variable ends holding exactly the output of a call without aliasing.
-    const Export *exports[] = {&kRls,    &kGarch,  &kEgarch,  &kProbit,     &kLogit,
-                               &kFilter, &kSmooth, &kSmooth2, &kSmooth2sym, &kRsq};
+    const Export *exports[] = {&kRls,    &kGarch,   &kEgarch,     &kProbit, &kLogit,  &kFilter,
+                               &kSmooth, &kSmooth2, &kSmooth2sym, &kRsq,    &kDynForc};
     int pairs = 0;
     for (const Export *x : exports) {
         HostCall clean;
@@ -288,7 +336,7 @@ TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
             }
         }
     }
-    EXPECT_EQ(pairs, 7 * 5 + 2 * 9 + 2 * 9 + 5 * 4 + 5 * 7 + 2 * 3 + 3 * 2 * 2 + 1 * 3);
+    EXPECT_EQ(pairs, 7 * 5 + 2 * 9 + 2 * 9 + 5 * 4 + 5 * 7 + 2 * 3 + 3 * 2 * 2 + 1 * 3 + 1 * 18);
 }
 
 TEST(EstimatorExports, RecursionOverManyEquations) {
