@@ -107,16 +107,17 @@ int AlgebraNlsIdentityCount() {
                                                                          : 0;
 }
 
-int AlgebraNlsIdentityStep(int column, const double *endog, int nEndog, double *ident) {
+int AlgebraNlsIdentityStep(int column, const double *endog, int nEndog, double *ident, int capacity) {
     Database *db = AlgebraNlsDatabase();
     if (!db || column < 0 || column >= db->obsCount) return 0;
     const int k = gState.hostVariables, n = nEndog < k ? nEndog : k;
     for (int v = 0; v < n; ++v) db->columns[v][column] = endog[v];
     const int ok = AlgebraRun(gState.compiler, column, column, db->obsCount, 1);
-    // The run may have deleted and made again the variables it writes: read them afresh.
+    // The run may have deleted and made again the variables it writes: read them afresh, never
+    // more than the caller has room for.
     const int m = AlgebraNlsIdentityCount();
-    for (int j = 0; j < m; ++j) ident[j] = db->columns[k + j][column];
-    return ok;
+    for (int j = 0; j < capacity; ++j) ident[j] = j < m ? db->columns[k + j][column] : MissingValueOf();
+    return ok && m == capacity;
 }
 
 void AlgebraNlsExit() {

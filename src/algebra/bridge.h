@@ -46,10 +46,11 @@ int AlgebraNlsHostVariables();
 int AlgebraNlsIdentityCount();
 // Writes endog[0..nEndog-1] into the first nEndog variables (at most k) at observation column,
 // runs the model there quietly with the parameters in force, and copies the identity variables
-// at column into ident[0..AlgebraNlsIdentityCount()-1]. 1 after a run without faults; 0 without
-// a state, for a column outside the database, or after faults (ident is written either way when
-// the column exists).
-int AlgebraNlsIdentityStep(int column, const double *endog, int nEndog, double *ident);
+// at column into ident[0..capacity-1] (the first identity variables when the run made more; the
+// rest missing when it made fewer). 1 after a run without faults that left capacity identity
+// variables; 0 without a state, for a column outside the database, after faults, or when the
+// count changed (ident is written either way when the column exists).
+int AlgebraNlsIdentityStep(int column, const double *endog, int nEndog, double *ident, int capacity);
 
 // Frees the state; nothing happens without one.
 void AlgebraNlsExit();

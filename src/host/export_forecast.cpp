@@ -59,8 +59,7 @@ struct Workspace {
 };
 
 int workspaceStep(void *ctx, int column, const double *endog, int nEndog, double *ident) {
-    if (AlgebraNlsIdentityCount() != static_cast<Workspace *>(ctx)->count) return 0;
-    return AlgebraNlsIdentityStep(column, endog, nEndog, ident);
+    return AlgebraNlsIdentityStep(column, endog, nEndog, ident, static_cast<Workspace *>(ctx)->count);
 }
 
 // The return record as the target of a reference, so that the frame makes it apart and moves it

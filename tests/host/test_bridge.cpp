@@ -208,13 +208,16 @@ TEST_F(Bridge, IdentityStepRunsOneObservation) {
     ASSERT_EQ(AlgebraNlsIdentityCount(), 2);
     const double endog[2] = {10.0, 1.0};
     double ident[2] = {0.0, 0.0};
-    EXPECT_EQ(AlgebraNlsIdentityStep(3, endog, 2, ident), 1);
+    EXPECT_EQ(AlgebraNlsIdentityStep(3, endog, 2, ident, 2), 1);
     EXPECT_EQ(ident[0], 21.0);
     EXPECT_EQ(ident[1], 2.1);
     EXPECT_EQ(variable("x", 2, 4), (Vec{4.0, 10.0, 5.0})); // only the column asked for
     const double zero[1] = {0.0};
-    EXPECT_EQ(AlgebraNlsIdentityStep(0, zero, 1, ident), 0); // 1 / 0: a fault
-    EXPECT_EQ(AlgebraNlsIdentityStep(6, endog, 2, ident), 0);
+    EXPECT_EQ(AlgebraNlsIdentityStep(0, zero, 1, ident, 2), 0); // 1 / 0: a fault
+    EXPECT_EQ(AlgebraNlsIdentityStep(6, endog, 2, ident, 2), 0);
+    double one[1] = {0.0};
+    EXPECT_EQ(AlgebraNlsIdentityStep(3, endog, 2, one, 1), 0); // room for fewer than the model made
+    EXPECT_EQ(one[0], 21.0);
 }
 
 } // namespace
