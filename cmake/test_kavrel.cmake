@@ -99,3 +99,8 @@ expect_text("demo" "${out}" "The reports and plots are in ${WORK}/demo")
 if(NOT EXISTS ${WORK}/demo/garch-dem2gbp.txt)
   message(FATAL_ERROR "demo: no GARCH report written")
 endif()
+
+# kavrel var: the report with its forecasts.
+run_case("var" 0 var --data ${SOURCE}/examples/macrodata.csv --y infl,tbilrate --lags 1 --horizon 3)
+expect_text("var" "${out}" "VAR(1) of 2 variables by least squares")
+expect_text("var" "${out}" "h=3  infl")

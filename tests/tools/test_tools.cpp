@@ -240,4 +240,54 @@ TEST(Tools, MarkovSwitchingReachesTheMaximumOfHamiltonsLikelihood) {
     EXPECT_NEAR(r.smoothed[0] + r.smoothed[1], 1.0, 1e-9);
 }
 
+// A VAR(2) of three macro series: each equation against its own least-squares refit, the
+// forecasts against the estimated system iterated by hand, and the impact responses against the
+// columns of the Cholesky factor of the residual covariance.
+TEST(Tools, VarEqualsLeastSquaresPerEquationAndItsOwnIteration) {
+    std::string error;
+    Database *db = LoadData(KAVREL_TEST_DATA "/macrodata.csv", &error);
+    ASSERT_NE(db, nullptr) << error;
+    Columns data;
+    ASSERT_TRUE(SelectColumns(db, {"infl", "tbilrate", "unemp"}, &data, &error)) << error;
+    VarResults r;
+    const int L = 2, H = 5, n = 3, k = n * L + 1, T = data.nobs();
+    ASSERT_TRUE(EstimateVar(data, L, H, &r, &error)) << error;
+    std::vector<std::vector<double>> X;
+    for (int t = L; t < T; ++t) {
+        std::vector<double> row;
+        for (int l = 1; l <= L; ++l)
+            for (int v = 0; v < n; ++v) row.push_back(data.data[v][t - l]);
+        row.push_back(1.0);
+        X.push_back(row);
+    }
+    for (int e = 0; e < n; ++e) {
+        Vec b;
+        double rss = 0.0;
+        refit(X, Vec(data.data[e].begin() + L, data.data[e].end()), T - L, &b, &rss);
+        for (int j = 0; j < k; ++j) EXPECT_NEAR(r.B[e * k + j], b[j], 1e-9 * std::fmax(std::fabs(b[j]), 1.0)) << e << j;
+        EXPECT_NEAR(r.omega[e * n + e], rss / (T - L - k), 1e-9 * rss) << e;
+    }
+    std::vector<Vec> path(n);
+    for (int v = 0; v < n; ++v) path[v] = data.data[v];
+    for (int h = 0; h < H; ++h) {
+        Vec next(n);
+        for (int e = 0; e < n; ++e) {
+            double f = r.B[e * k + k - 1];
+            for (int l = 1; l <= L; ++l)
+                for (int v = 0; v < n; ++v) f += r.B[e * k + (l - 1) * n + v] * path[v][T + h - l];
+            next[e] = f;
+        }
+        for (int e = 0; e < n; ++e) {
+            path[e].push_back(next[e]);
+            EXPECT_NEAR(r.forecast[e * H + h], next[e], 1e-10 * std::fmax(std::fabs(next[e]), 1.0)) << e << h;
+        }
+    }
+    const double l00 = std::sqrt(r.omega[0]), l10 = r.omega[n] / l00;
+    EXPECT_NEAR(r.impulse[0][0], l00, 1e-12);
+    EXPECT_NEAR(r.impulse[0][H], l10, 1e-12);
+    EXPECT_NEAR(r.impulse[1][0], 0.0, 1e-12);
+    EXPECT_NEAR(r.forecastSe[0], l00, 1e-10); // one step ahead: the innovation's standard deviation
+    DbFree(db);
+}
+
 } // namespace

@@ -15,6 +15,7 @@ int RunProbitCommand(int argc, char **argv);
 int RunLogitCommand(int argc, char **argv);
 int RunMsCommand(int argc, char **argv);
 int RunDemoCommand(int argc, char **argv);
+int RunVarCommand(int argc, char **argv);
 
 // Routes the library's messages to standard error, one line each ("Error: text").
 void SendMessagesToStderr();

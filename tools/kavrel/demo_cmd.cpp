@@ -1,6 +1,7 @@
 // kavrel demo: a tour of the commands on the example data (examples/ of the source tree, or
-// --examples DIR): transformations in Algebra, recursive and nonlinear least squares, GARCH,
-// probit, a Markov-switching model, written as reports and plots into one folder (--out DIR,
+// --examples DIR): transformations in Algebra, recursive and nonlinear least squares, a probit,
+// a Markov-switching model, a VAR with forecasts and impulse responses, GARCH, written as reports
+// and plots into one folder (--out DIR,
 // default kavrel-demo) whose name it prints at the end.
 #include <sys/stat.h>
 
@@ -138,9 +139,21 @@ int RunDemoCommand(int argc, char **argv) {
         if (step(PlotMs(tour.dir + "/ms-gdpgrowth.png", ms, c, periods, &error)))
             tour.written.push_back(tour.dir + "/ms-gdpgrowth.png");
     }
+    // 5. A VAR(2) of inflation, the T-bill rate and unemployment: forecasts and responses.
+    VarResults var;
+    if (step(SelectColumns(macro, {"infl", "tbilrate", "unemp"}, &c, &error) && EstimateVar(c, 2, 12, &var, &error))) {
+        std::vector<std::string> periods;
+        for (int t = c.first; t <= c.last; ++t) periods.push_back(PeriodText(macro, t));
+        var.report.sample = periods[2] + " - " + periods.back();
+        tour.report("var-macro", var.report);
+        if (step(PlotVar(tour.dir + "/var-macro.png", var, c, periods, &error))) {
+            tour.written.push_back(tour.dir + "/var-macro.png");
+            tour.written.push_back(tour.dir + "/var-macro-responses.png");
+        }
+    }
     DbFree(macro);
 
-    // 5. GARCH(1,1) of the Deutschmark/Pound returns.
+    // 6. GARCH(1,1) of the Deutschmark/Pound returns.
     Database *fx = LoadData(examples + "/dem2gbp.csv", &error);
     Report garch;
     if (step(fx && SelectColumns(fx, {"dem2gbp"}, &c, &error) && EstimateGarch(c, GarchOptions{}, &garch, &error))) {

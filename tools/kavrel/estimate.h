@@ -61,4 +61,19 @@ bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *
 bool PlotMs(const std::string &path, const MsResults &r, const Columns &data, const std::vector<std::string> &periods,
             std::string *error);
 
+// A VAR(L) with a constant by least squares (B: n x k, the regressors y(-1) of every variable,
+// then y(-2), ..., then the constant; omega the residual covariance over Te - k), dynamic
+// forecasts of H periods beyond the sample with standard errors (n x H each, row-major), and
+// the responses to a one-standard-deviation orthogonalised shock in each variable (impulse[s]:
+// n x H).
+struct VarResults {
+    Report report;
+    int n = 0, L = 0, k = 0, H = 0;
+    Vec B, omega, forecast, forecastSe;
+    std::vector<Vec> impulse;
+};
+bool EstimateVar(const Columns &data, int L, int H, VarResults *out, std::string *error);
+bool PlotVar(const std::string &path, const VarResults &r, const Columns &data, const std::vector<std::string> &periods,
+             std::string *error);
+
 #endif
