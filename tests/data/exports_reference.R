@@ -42,7 +42,7 @@ put("jackknife", (n - 1) / n * crossprod(dev))
 put("hc3", vcovHC(ols, type = "HC3"))
 
 # Parameter constancy: the score-CUSUM process of x_t e_t and e_t^2 - sigma^2 with its mean
-# squared norm (the joint statistic scaled by n / (n + 1), since the process includes t = 0).
+# squared norm over t = 1..n, which is the joint statistic (1/n) sum_t S_t' V^-1 S_t.
 put("nyblom_hansen_meanL2", sctest(z ~ x1 + x2, data = d, type = "Nyblom-Hansen")$statistic)
 f <- cbind(X * e, e^2 - mean(e^2))
 S <- apply(f, 2, cumsum)

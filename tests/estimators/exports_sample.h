@@ -9,6 +9,7 @@
 #include <string>
 
 #include "common/host_call.h"
+#include "common/reference.h"
 
 struct ExportsSample {
     Vec count, x1, x2, z;
@@ -41,6 +42,32 @@ inline ExportsSample ReadExportsSample() {
         s.r[name].push_back(value);
     }
     return s;
+}
+
+// Least squares of y on X (n x k, row by row) in long double: (X'X)^-1 and the residuals.
+struct LeastSquares {
+    LMat inv;
+    Vec e;
+};
+inline LeastSquares FitLeastSquares(const Vec &X, const Vec &y, int k) {
+    const size_t n = y.size();
+    LMat xtx(k, LVec(k, 0.0L));
+    LVec xty(k, 0.0L);
+    for (size_t t = 0; t < n; ++t)
+        for (int j = 0; j < k; ++j) {
+            xty[j] += static_cast<long double>(X[t * k + j]) * y[t];
+            for (int l = 0; l < k; ++l) xtx[j][l] += static_cast<long double>(X[t * k + j]) * X[t * k + l];
+        }
+    std::vector<int> all(k);
+    for (int j = 0; j < k; ++j) all[j] = j;
+    LeastSquares ls{inverseOn(xtx, all), Vec(n)};
+    for (size_t t = 0; t < n; ++t) {
+        long double fit = 0.0L;
+        for (int j = 0; j < k; ++j)
+            for (int l = 0; l < k; ++l) fit += X[t * k + j] * ls.inv[j][l] * xty[l];
+        ls.e[t] = static_cast<double>(y[t] - fit);
+    }
+    return ls;
 }
 
 #endif

@@ -19,8 +19,8 @@ inline bool SameHostValue(const LumoValue &a, const LumoValue &b) {
     return a.v.w.ival == b.v.w.ival && a.v.w.u.cols == b.v.w.u.cols && SameBits(HostValues(&a), HostValues(&b));
 }
 
-// fired(c) checks a call whose injected failure fired; a call makes hostAllocs host allocations.
-// Returns the library and host allocation counts seen.
+// fired(c, host) checks a call whose injected (host or library) failure fired; a call makes hostAllocs host
+// allocations. Returns the library and host allocation counts seen.
 template <class Fired>
 std::pair<long, long> CheckAllocationFailures(LumoExport fn, ArgsFn args, long hostAllocs, Fired fired) {
     HostCall clean, c;
@@ -34,7 +34,7 @@ std::pair<long, long> CheckAllocationFailures(LumoExport fn, ArgsFn args, long h
         const bool didFire = host ? n <= hostAllocs : KvAllocCount() >= n;
         if (didFire) {
             SCOPED_TRACE(::testing::Message() << (host ? "host" : "library") << " allocation " << n);
-            fired(c);
+            fired(c, host);
             return;
         }
         EXPECT_TRUE(SameHostValue(c.result, clean.result));

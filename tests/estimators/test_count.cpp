@@ -226,7 +226,7 @@ TEST(CountRz, BadInputLeavesTheMissingResult) {
 }
 
 TEST(CountRz, Frame) {
-    const auto counts = CheckAllocationFailures(FnCountRz, countArgs, 10, [](const HostCall &c) {
+    const auto counts = CheckAllocationFailures(FnCountRz, countArgs, 10, [](const HostCall &c, bool) {
         EXPECT_TRUE(std::isnan(c.value()));
         EXPECT_TRUE(c.outputs([&](int i) { return c.untouched(i); }));
     });
