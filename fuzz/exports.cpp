@@ -38,7 +38,7 @@ const struct {
     {"FnSeasonalRsq", "midr"},       {"FnDeSeasonalize", "mi"},     {"FnInitAlgebraNls", "maiiiisrr"},
     {"FnRunAlgebraNls", "mii"},      {"FnGetAlgebraName", "i"},     {"FnGetAlgebraVar", "siim"},
     {"FnGetAlgebraAddedData", "rr"}, {"FnCountRz", "mmmiiidrrrrr"}, {"FnLogitProbDeriv", "mmiii"},
-    {"FnInstabilityTest", "mmdr"},
+    {"FnInstabilityTest", "mmdr"},   {"FnJackknifeHCSE", "mmm"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and

@@ -44,9 +44,10 @@ inline ExportsSample ReadExportsSample() {
     return s;
 }
 
-// Least squares of y on X (n x k, row by row) in long double: (X'X)^-1 and the residuals.
+// Least squares of y on X (n x k, row by row) in long double: (X'X)^-1, coefficients, residuals.
 struct LeastSquares {
     LMat inv;
+    LVec b;
     Vec e;
 };
 inline LeastSquares FitLeastSquares(const Vec &X, const Vec &y, int k) {
@@ -60,11 +61,12 @@ inline LeastSquares FitLeastSquares(const Vec &X, const Vec &y, int k) {
         }
     std::vector<int> all(k);
     for (int j = 0; j < k; ++j) all[j] = j;
-    LeastSquares ls{inverseOn(xtx, all), Vec(n)};
+    LeastSquares ls{inverseOn(xtx, all), LVec(k, 0.0L), Vec(n)};
+    for (int j = 0; j < k; ++j)
+        for (int l = 0; l < k; ++l) ls.b[j] += ls.inv[j][l] * xty[l];
     for (size_t t = 0; t < n; ++t) {
         long double fit = 0.0L;
-        for (int j = 0; j < k; ++j)
-            for (int l = 0; l < k; ++l) fit += X[t * k + j] * ls.inv[j][l] * xty[l];
+        for (int j = 0; j < k; ++j) fit += X[t * k + j] * ls.b[j];
         ls.e[t] = static_cast<double>(y[t] - fit);
     }
     return ls;
