@@ -5,6 +5,7 @@
 // off-diagonal are plain sums in observation order.
 #include "estimators/instability.h"
 
+#include <climits>
 #include <cmath>
 
 #include "base/carve.h"
@@ -13,6 +14,8 @@
 #include "matrix/matrix.h"
 
 double InstabilityEval(MATRIX X, const double *e, int T, int k, double sigma2, double *indiv) {
+    // (k+1)^2 doubles could never be made for k = INT_MAX; nor can k + 1 be formed.
+    if (k >= INT_MAX) return -1.0;
     const int q = k + 1;
     double *f = nullptr, *S = nullptr;
     MATRIX V = nullptr, M = nullptr;

@@ -48,6 +48,27 @@ std::pair<long, long> CheckAllocationFailures(LumoExport fn, ArgsFn args, long h
     return {lib, host};
 }
 
+// A call made invalid by edit: the host's report when a type check abandons it (empty when the
+// export ran); holds(c) states what the call left.
+struct BadInput {
+    const char *what;
+    void (*edit)(HostCall &);
+    const char *message;
+};
+template <size_t N, class Holds>
+void CheckBadInput(LumoExport fn, ArgsFn args, const BadInput (&rows)[N], Holds holds) {
+    for (const BadInput &r : rows) {
+        SCOPED_TRACE(r.what);
+        HostCall c;
+        args(c);
+        r.edit(c);
+        c.preset();
+        EXPECT_EQ(c.invoke(fn), r.message[0] ? 0 : 1);
+        EXPECT_STREQ(LumoHostLastError(), r.message);
+        holds(c);
+    }
+}
+
 // Returns the number of (output, input) pairs tried.
 inline int CheckOutputsNamingInputs(LumoExport fn, ArgsFn args) {
     HostCall clean;

@@ -189,11 +189,7 @@ void countArgs(HostCall &c) {
 }
 
 TEST(CountRz, BadInputLeavesTheMissingResult) {
-    const struct {
-        const char *what;
-        void (*edit)(HostCall &);
-        const char *message;
-    } rows[] = {
+    const BadInput rows[] = {
         // clang-format off
         {"model a double", [](HostCall &c) { c.dbl(3, 1); }, "argument 3: int expected, double found"},
         {"alpha an int", [](HostCall &c) { c.num(6, 1); }, "argument 6: double expected, int found"},
@@ -212,17 +208,10 @@ TEST(CountRz, BadInputLeavesTheMissingResult) {
         {"fixed alpha infinite", [](HostCall &c) { c.num(3, 2).col(0, {0.3, -0.2}).dbl(6, HUGE_VAL); }, ""},
         // clang-format on
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        HostCall c;
-        countArgs(c);
-        r.edit(c);
-        c.preset();
-        EXPECT_EQ(c.invoke(FnCountRz), r.message[0] ? 0 : 1);
-        EXPECT_STREQ(LumoHostLastError(), r.message);
+    CheckBadInput(FnCountRz, countArgs, rows, [](const HostCall &c) {
         EXPECT_TRUE(std::isnan(c.value()));
         EXPECT_TRUE(c.outputs([&](int i) { return c.untouched(i); }));
-    }
+    });
 }
 
 TEST(CountRz, Frame) {

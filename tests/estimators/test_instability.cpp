@@ -106,11 +106,7 @@ TEST(InstabilityTest, ZeroRegressorGivesMissingStatistics) {
 void instabilityArgs(HostCall &c) { c.mat(0, 6, 2, Lcg{44}.draws(12)).col(1, Lcg{45}.draws(6)).dbl(2, 0.0).ref(3); }
 
 TEST(InstabilityTest, BadInputSetsNothing) {
-    const struct {
-        const char *what;
-        void (*edit)(HostCall &);
-        const char *message;
-    } rows[] = {
+    const BadInput rows[] = {
         // clang-format off
         {"sigma2 an int", [](HostCall &c) { c.num(2, 1); }, "argument 2: double expected, int found"},
         {"residuals an int", [](HostCall &c) { c.num(1, 1); }, "argument 1: matrix expected, int found"},
@@ -121,17 +117,10 @@ TEST(InstabilityTest, BadInputSetsNothing) {
         {"residuals of other length", [](HostCall &c) { c.col(1, {1, 2, 3}); }, ""},
         // clang-format on
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        HostCall c;
-        instabilityArgs(c);
-        r.edit(c);
-        c.preset();
-        EXPECT_EQ(c.invoke(FnInstabilityTest), r.message[0] ? 0 : 1);
-        EXPECT_STREQ(LumoHostLastError(), r.message);
+    CheckBadInput(FnInstabilityTest, instabilityArgs, rows, [](const HostCall &c) {
         EXPECT_EQ(c.status(), 99);
         EXPECT_TRUE(c.outputs([&](int i) { return c.untouched(i); }));
-    }
+    });
 }
 
 TEST(InstabilityTest, Frame) {

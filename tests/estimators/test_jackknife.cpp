@@ -4,8 +4,8 @@
 // failures.
 #include <cmath>
 
-#include "common/fault.h"
 #include "estimators/exports_sample.h"
+#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -107,11 +107,7 @@ void jackknifeArgs(HostCall &c) {
 }
 
 TEST(JackknifeHCSE, BadInputLeavesTheResult) {
-    const struct {
-        const char *what;
-        void (*edit)(HostCall &);
-        const char *message;
-    } rows[] = {
+    const BadInput rows[] = {
         // clang-format off
         {"inverse a double", [](HostCall &c) { c.dbl(2, 1.0); }, "argument 2: matrix expected, double found"},
         {"X without rows", [](HostCall &c) { c.mat(0, 0, 2, {}); }, ""},
@@ -121,46 +117,17 @@ TEST(JackknifeHCSE, BadInputLeavesTheResult) {
         {"inverse 3 x 2", [](HostCall &c) { c.mat(2, 3, 2, Vec(6, 1.0)); }, ""},
         // clang-format on
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        HostCall c;
-        jackknifeArgs(c);
-        r.edit(c);
-        c.preset();
-        EXPECT_EQ(c.invoke(FnJackknifeHCSE), r.message[0] ? 0 : 1);
-        EXPECT_STREQ(LumoHostLastError(), r.message);
-        EXPECT_EQ(c.status(), 99);
-    }
+    CheckBadInput(FnJackknifeHCSE, jackknifeArgs, rows, [](const HostCall &c) { EXPECT_EQ(c.status(), 99); });
 }
 
 TEST(JackknifeHCSE, AllocationFailures) {
-    HostCall clean, c;
-    jackknifeArgs(clean);
-    jackknifeArgs(c);
-    ASSERT_EQ(clean.invoke(FnJackknifeHCSE), 1);
-    // The library's scratch: a 0 x 0 matrix.
-    const long lib = ForEachLibraryAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnJackknifeHCSE), 1);
-        if (KvAllocCount() >= n) {
-            EXPECT_EQ(c.result.type, LUMO_MATRIX);
-            EXPECT_EQ(c.result.v.w.ival, 0);
-        } else {
-            EXPECT_TRUE(SameBits(c.values(), clean.values()));
-        }
+    // The library's scratch: a 0 x 0 matrix; the host's two allocations: the result left empty.
+    const auto counts = CheckAllocationFailures(FnJackknifeHCSE, jackknifeArgs, 2, [](const HostCall &c, bool host) {
+        EXPECT_EQ(c.result.type, host ? LUMO_EMPTY : LUMO_MATRIX);
+        EXPECT_TRUE(c.values().empty());
     });
-    EXPECT_EQ(lib, 1);
-    // The host's two (row pointers and data): the result is left empty.
-    const long host = ForEachHostAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnJackknifeHCSE), 1);
-        if (n <= 2) {
-            EXPECT_EQ(c.result.type, LUMO_EMPTY);
-        } else {
-            EXPECT_TRUE(SameBits(c.values(), clean.values()));
-        }
-    });
-    EXPECT_EQ(host, 2);
+    EXPECT_EQ(counts.first, 1);
+    EXPECT_EQ(counts.second, 2);
 }
 
 } // namespace

@@ -3,9 +3,8 @@
 // observations and averaged over ranges; bad input and allocation failures.
 #include <cmath>
 
-#include "common/fault.h"
-#include "common/host_call.h"
 #include "common/reference.h"
+#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -58,11 +57,7 @@ void derivArgs(HostCall &c) {
 }
 
 TEST(LogitProbDeriv, BadInputLeavesTheResult) {
-    const struct {
-        const char *what;
-        void (*edit)(HostCall &);
-        const char *message;
-    } rows[] = {
+    const BadInput rows[] = {
         // clang-format off
         {"m a double", [](HostCall &c) { c.dbl(2, 4); }, "argument 2: int expected, double found"},
         {"X an int", [](HostCall &c) { c.num(1, 1); }, "argument 1: matrix expected, int found"},
@@ -75,47 +70,22 @@ TEST(LogitProbDeriv, BadInputLeavesTheResult) {
         {"m with beta for fewer categories", [](HostCall &c) { c.num(2, kM + 1); }, ""},
         // clang-format on
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        HostCall c;
-        derivArgs(c);
-        r.edit(c);
-        c.preset();
-        EXPECT_EQ(c.invoke(FnLogitProbDeriv), r.message[0] ? 0 : 1);
-        EXPECT_STREQ(LumoHostLastError(), r.message);
-        EXPECT_EQ(c.status(), 99);
-    }
+    CheckBadInput(FnLogitProbDeriv, derivArgs, rows, [](const HostCall &c) { EXPECT_EQ(c.status(), 99); });
 }
 
 TEST(LogitProbDeriv, AllocationFailures) {
-    HostCall clean, c;
-    derivArgs(clean);
-    derivArgs(c);
-    ASSERT_EQ(clean.invoke(FnLogitProbDeriv), 1);
-    // The library's one scratch block: the result is made and holds missing values.
-    const long lib = ForEachLibraryAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnLogitProbDeriv), 1);
-        const Vec v = c.values();
-        if (KvAllocCount() >= n) {
-            EXPECT_EQ(v.size(), static_cast<size_t>(kM * kX));
-            EXPECT_TRUE(AllMissing(v));
-        } else {
-            EXPECT_TRUE(SameBits(v, clean.values()));
-        }
-    });
-    EXPECT_EQ(lib, 1);
-    // The host's two (row pointers and data): the result is left empty.
-    const long host = ForEachHostAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnLogitProbDeriv), 1);
-        if (n <= 2) {
+    // The library's one scratch block: an m x kx result of missing values; the host's two (row
+    // pointers and data): the result left empty.
+    const auto counts = CheckAllocationFailures(FnLogitProbDeriv, derivArgs, 2, [](const HostCall &c, bool host) {
+        if (host) {
             EXPECT_EQ(c.result.type, LUMO_EMPTY);
-        } else {
-            EXPECT_TRUE(SameBits(c.values(), clean.values()));
+            return;
         }
+        EXPECT_EQ(c.values().size(), static_cast<size_t>(kM * kX));
+        EXPECT_TRUE(AllMissing(c.values()));
     });
-    EXPECT_EQ(host, 2);
+    EXPECT_EQ(counts.first, 1);
+    EXPECT_EQ(counts.second, 2);
 }
 
 } // namespace
