@@ -41,7 +41,9 @@ const struct {
     {"FnInitAlgebraNls", "maiiiisrr"}, {"FnRunAlgebraNls", "mii"},
     {"FnGetAlgebraName", "i"},         {"FnGetAlgebraVar", "siim"},
     {"FnGetAlgebraAddedData", "rr"},   {"FnDynForc", "mmiiiiimmmmmmmiirii"},
-    {"FnImpulse", "mmiiiiimmmmmmmii"},
+    {"FnImpulse", "mmiiiiimmmmmmmii"}, {"FnCountRz", "mmmiiidrrrrr"},
+    {"FnLogitProbDeriv", "mmiii"},     {"FnInstabilityTest", "mmdr"},
+    {"FnJackknifeHCSE", "mmm"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and

@@ -311,6 +311,48 @@ int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llfOut
     return 1;
 }
 
+int LogitProbDerivEval(const double *beta, MATRIX X, int kx, int m, int first, int last, MATRIX D) {
+    LogitProblem pb{};
+    pb.n = last + 1;
+    pb.m = m;
+    pb.beta = beta;
+    pb.ycols = 1;
+    pb.X = X;
+    pb.kx = kx;
+    const LogitShape sh = logitShape(pb);
+    // Probabilities (m), the probability-weighted coefficients (kx), and the carries of the
+    // compensated averages (m kx): averages over a million observations keep their digits.
+    const size_t mkx = static_cast<size_t>(m) * static_cast<size_t>(kx);
+    KvArray<double> scratch(static_cast<size_t>(m) + static_cast<size_t>(kx) + mkx);
+    if (!scratch.ok()) return 0;
+    double *p = scratch.get(), *bbar = p + m, *carry = bbar + kx;
+    MatZero(D, m, kx);
+    for (size_t e = 0; e < mkx; ++e) carry[e] = 0.0;
+    for (int i = first; i <= last; ++i) {
+        logitProbabilities(pb, sh, i, p);
+        for (int l = 0; l < kx; ++l) bbar[l] = 0.0;
+        for (int h = 1; h < m; ++h) {
+            const double *bh = beta + (h - 1) * kx;
+            for (int l = 0; l < kx; ++l) bbar[l] += p[h] * bh[l];
+        }
+        for (int j = 0; j < m; ++j) {
+            double *row = D[j], *cj = carry + static_cast<size_t>(j) * kx;
+            const double *bj = j > 0 ? beta + (j - 1) * kx : nullptr;
+            for (int l = 0; l < kx; ++l) {
+                const double v = p[j] * ((bj ? bj[l] : 0.0) - bbar[l]);
+                // Neumaier's step, as in KvCompensatedSum, over a row of sums at once.
+                const double t = row[l] + v;
+                cj[l] += std::fabs(row[l]) >= std::fabs(v) ? (row[l] - t) + v : (v - t) + row[l];
+                row[l] = t;
+            }
+        }
+    }
+    const double count = static_cast<double>(last - first + 1);
+    for (int j = 0; j < m; ++j)
+        for (int l = 0; l < kx; ++l) D[j][l] = (D[j][l] + carry[static_cast<size_t>(j) * kx + l]) / count;
+    return 1;
+}
+
 void ActFitTableEval(MATRIX actual, int acols, MATRIX fitted, int n, int m, MATRIX table) {
     MatZero(table, m + 1, m + 1);
     for (int i = 0; i < n; ++i) {

@@ -56,6 +56,13 @@ long LogitParamCount(int m, int kx, int kz);
 // computed; *llf is untouched).
 int LogitEval(const LogitProblem &pb, const DiscreteOutputs &out, double *llf);
 
+// Derivatives of the logit probabilities with respect to the individual-specific regressors of a
+// model with kx regressors X (rows first..last used), m categories and no attributes or offsets:
+// D[j][l] (m x kx) = the average over observations first..last of
+// dp_ij/dx_il = p_ij (beta_jl - sum_h p_ih beta_hl), beta_0 = 0 for the base category. Returns 1,
+// or 0 with D untouched when its scratch cannot be allocated.
+int LogitProbDerivEval(const double *beta, MATRIX X, int kx, int m, int first, int last, MATRIX D);
+
 // Actual-versus-fitted table into table ((m+1) x (m+1)): rows actual category, columns the
 // category of largest fitted probability, last row and column the totals of the cells truncated
 // toward zero. actual is n x acols (acols 1: codes; otherwise acols >= m indicator or weight

@@ -1,6 +1,7 @@
 // Exports of the discrete-choice family: FnBinProbitRz, FnLogitRz (log-likelihood with optional
-// derivatives) and FnActFitTable. The two likelihoods set their result to the missing value
-// before any check, so that every early return leaves a defined result.
+// derivatives), FnLogitProbDeriv (derivatives of the logit probabilities) and FnActFitTable. The
+// two likelihoods set their result to the missing value before any check, so that every early
+// return leaves a defined result.
 #include "host/frame.h"
 
 #include "estimators/discrete.h"
@@ -101,6 +102,28 @@ KAVREL_EXPORT void FnLogitRz(LumoValue *result, LumoValue *args, int) noexcept {
             FrameSetDouble(result, llf);
         },
         [&] { FrameSetDouble(result, MissingValueOf()); });
+}
+
+// 0 beta ((m-1) kx elements, any shape), 1 X (n x kx), 2 m categories, 3 first, 4 last
+// observation (rows of X, inclusive). Result: m x kx, the derivatives dp_j/dx_l averaged over the
+// observations first..last (first = last, or a one-row X, gives them at one point); missing
+// when the scratch cannot be allocated.
+KAVREL_EXPORT void FnLogitProbDeriv(LumoValue *result, LumoValue *args, int) noexcept {
+    FrameGuard(
+        [&] {
+            LumoLibCheckType(LUMO_MATRIX, args, 0, 1);
+            LumoLibCheckType(LUMO_INT, args, 2, 4);
+            const int n = FrameRows(args, 1), kx = FrameCols(args, 1), m = FrameInt(args, 2);
+            const int first = FrameInt(args, 3), last = FrameInt(args, 4);
+            if (m < 1 || kx < 1 || first < 0 || last < first || last >= n) return;
+            const long k = LogitParamCount(m, kx, 0);
+            if (k < 0 || FrameElementCount(args, 0) != k) return;
+            if (!LumoLibValMatMalloc(result, m, kx)) return;
+            MATRIX D = static_cast<MATRIX>(result->data);
+            if (!LogitProbDerivEval(FrameElements(args, 0), FrameMatrix(args, 1), kx, m, first, last, D))
+                MatSetMissing(D, m, kx);
+        },
+        [&] { LumoLibValMatMalloc(result, 0, 0); });
 }
 
 KAVREL_EXPORT void FnActFitTable(LumoValue *result, LumoValue *args, int) noexcept {
