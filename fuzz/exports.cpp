@@ -37,7 +37,8 @@ const struct {
     {"FnSmoothMS2sym", "mmrr"},      {"FnGLScovariance", "mmi"},    {"FnKroneckerSel", "mmmm"},
     {"FnSeasonalRsq", "midr"},       {"FnDeSeasonalize", "mi"},     {"FnInitAlgebraNls", "maiiiisrr"},
     {"FnRunAlgebraNls", "mii"},      {"FnGetAlgebraName", "i"},     {"FnGetAlgebraVar", "siim"},
-    {"FnGetAlgebraAddedData", "rr"}, {"FnRivEst", "miiiiiirrrrrr"},
+    {"FnGetAlgebraAddedData", "rr"}, {"FnRivEst", "miiiiiirrrrrr"}, {"FnRalsFunc", "mmmiirrr"},
+    {"FnRalsForecast", "mmmiiimrr"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and
