@@ -41,7 +41,8 @@ struct RivSizes {
 
 // All scratch of one recursion, carved from one block.
 struct RivWork {
-    MATRIX RT;         // p x p: the factor by columns, RT[j][i] = R[i][j] for i <= j
+    MATRIX R;          // p x p: the factor, upper triangle (rows contiguous, as the rotations run along them)
+    MATRIX RT;         // (m + E) x m: its first m rows by columns, made for each full inversion
     MATRIX W;          // m x m: (Z'Z)^-1
     MATRIX Q;          // a x a: (X'P_Z X)^-1
     MATRIX A;          // m x a: Z'X
@@ -50,7 +51,7 @@ struct RivWork {
     double *h;         // m: W c
     double *x, *q, *e; // a: the current regressors, Q x, first-stage prediction errors
     double *r, *s, *b; // a: Q e, A'W c, the coefficients
-    double *row;       // p: the row being rotated into the factor
+    double *row;       // p: the row being rotated into the factor; v of the residual statistics
     double *rv;        // p: R v
     double **xr;       // a: the projected regressors' rows in the factor, for the full inversion of Q
     MatLsqWork lsq;    // m variables over m pseudo-observations
@@ -59,7 +60,8 @@ struct RivWork {
 
 void layoutWork(KvCarve &c, RivWork *wk, const RivSizes &n) {
     const size_t m = static_cast<size_t>(n.m), a = static_cast<size_t>(n.a), p = static_cast<size_t>(n.p);
-    wk->RT = c.matrix(n.p, n.p);
+    wk->R = c.matrix(n.p, n.p);
+    wk->RT = c.matrix(n.m + n.E, n.m);
     wk->W = c.matrix(n.m, n.m);
     wk->Q = c.matrix(n.a, n.a);
     wk->A = c.matrix(n.m, n.a);
@@ -113,12 +115,13 @@ void addObservation(RivWork *wk, const RivSizes &n) {
     for (int i = 0; i < n.m; ++i) row[i] = wk->z[i];
     for (int j = 0; j < n.E; ++j) row[n.m + j] = wk->x[j];
     row[n.p - 1] = wk->y;
-    MATRIX RT = wk->RT;
+    MATRIX R = wk->R;
     double cs, sn;
     for (int i = 0; i < n.p; ++i) {
         if (row[i] == 0.0) continue;
-        makeRotation(&RT[i][i], row[i], &cs, &sn);
-        for (int j = i + 1; j < n.p; ++j) rotate(&RT[j][i], &row[j], cs, sn);
+        double *Ri = R[i];
+        makeRotation(&Ri[i], row[i], &cs, &sn);
+        for (int j = i + 1; j < n.p; ++j) rotate(&Ri[j], &row[j], cs, sn);
     }
     for (int i = 0; i < n.m; ++i) {
         const double zi = wk->z[i];
@@ -130,6 +133,9 @@ void addObservation(RivWork *wk, const RivSizes &n) {
 
 // W and Q anew from the factor; false when either is not of full rank (or the data not finite).
 bool fullInversion(RivWork *wk, const RivSizes &n) {
+    // Variable rows over the m pseudo-observations, as the fits take them.
+    for (int j = 0; j < n.m + n.E; ++j)
+        for (int i = 0; i < n.m; ++i) wk->RT[j][i] = i <= j ? wk->R[i][j] : 0.0;
     const int sw = MatLsqFit(wk->RT, n.m, n.m, nullptr, 0, nullptr, wk->W, &wk->lsq);
     if (sw != 1 && sw != 2) return false;
     for (int j = 0; j < n.a; ++j) wk->xr[j] = j < n.E ? wk->RT[n.m + j] : wk->RT[j - n.E];
@@ -213,21 +219,22 @@ bool rankOneSteps(RivWork *wk, const RivSizes &n, double fq, double f) {
 // RSS of the current coefficients over the observations so far and its part in the instruments'
 // span, u'P_Z u, both from r = R v (file comment).
 void residualStats(RivWork *wk, const RivSizes &n, double *rss, double *proj) {
-    double *rv = wk->rv;
-    for (int i = 0; i < n.p; ++i) rv[i] = 0.0;
+    double *rv = wk->rv, *v = wk->row;
     for (int j = 0; j < n.p; ++j) {
-        double v;
         if (j < n.a - n.E)
-            v = -wk->b[n.E + j];
+            v[j] = -wk->b[n.E + j];
         else if (j < n.m)
-            v = 0.0;
+            v[j] = 0.0;
         else if (j < n.m + n.E)
-            v = -wk->b[j - n.m];
+            v[j] = -wk->b[j - n.m];
         else
-            v = 1.0;
-        if (v == 0.0) continue;
-        const double *col = wk->RT[j];
-        for (int i = 0; i <= j; ++i) rv[i] += col[i] * v;
+            v[j] = 1.0;
+    }
+    for (int i = 0; i < n.p; ++i) {
+        const double *Ri = wk->R[i];
+        double s = 0.0;
+        for (int j = i; j < n.p; ++j) s += Ri[j] * v[j];
+        rv[i] = s;
     }
     double inSpan = 0.0, all = 0.0;
     for (int i = 0; i < n.p; ++i) {
@@ -280,7 +287,7 @@ int RivRecursion(const RivModel &model, int first, int last, int force, MATRIX c
     KvArray<char> block;
     block.reset(static_cast<char *>(KvCarveBlock([&](KvCarve &c) { layoutWork(c, &wk, n); })));
     if (!block.ok()) return 0;
-    MatZero(wk.RT, n.p, n.p);
+    MatZero(wk.R, n.p, n.p);
     MatZero(wk.A, n.m, n.a);
     for (int i = 0; i < n.m; ++i) wk.c[i] = 0.0;
 

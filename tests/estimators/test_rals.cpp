@@ -324,7 +324,8 @@ TEST(RalsExports, BadInput) {
         {FnRalsForecast, "y two columns", [](HostCall &c) { c.mat(0, 15, 2, Vec(30, 1)); }, ""},
         {FnRalsForecast, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[8], nullptr); }, ""},
         {FnRalsForecast, "h a double", [](HostCall &c) { c.dbl(5, 1); }, "argument 5: int expected, double found"},
-        {FnRalsForecast, "errors by value", [](HostCall &c) { c.num(8, 1); }, "argument 8: reference expected, int found"},
+        {FnRalsForecast, "errors by value", [](HostCall &c) { c.num(8, 1); },
+         "argument 8: reference expected, int found"},
         // clang-format on
     };
     for (const auto &r : rows) {
