@@ -43,7 +43,8 @@ const struct {
     {"FnGetAlgebraAddedData", "rr"},   {"FnDynForc", "mmiiiiimmmmmmmiirii"},
     {"FnImpulse", "mmiiiiimmmmmmmii"}, {"FnCountRz", "mmmiiidrrrrr"},
     {"FnLogitProbDeriv", "mmiii"},     {"FnInstabilityTest", "mmdr"},
-    {"FnJackknifeHCSE", "mmm"},
+    {"FnJackknifeHCSE", "mmm"},        {"FnRivEst", "miiiiiirrrrrr"},
+    {"FnRalsFunc", "mmmiirrr"},        {"FnRalsForecast", "mmmiiimrr"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and
