@@ -104,3 +104,9 @@ endif()
 run_case("var" 0 var --data ${SOURCE}/examples/macrodata.csv --y infl,tbilrate --lags 1 --horizon 3)
 expect_text("var" "${out}" "VAR(1) of 2 variables by least squares")
 expect_text("var" "${out}" "h=3  infl")
+
+# kavrel count: Poisson on the stored sample; a count that is not one.
+run_case("count" 0 count --data ${SOURCE}/tests/data/exports_sample.csv --y count --x x1,x2 --json)
+expect_text("count" "${out}" "\"coefficients\": {\"Constant\": 0.0852")
+run_case("count bad counts" 2 count --data ${SOURCE}/tests/data/exports_sample.csv --y x1 --x x2)
+expect_text("count bad counts" "${err}" "must be whole numbers")

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -287,6 +290,38 @@ TEST(Tools, VarEqualsLeastSquaresPerEquationAndItsOwnIteration) {
     EXPECT_NEAR(r.impulse[0][H], l10, 1e-12);
     EXPECT_NEAR(r.impulse[1][0], 0.0, 1e-12);
     EXPECT_NEAR(r.forecastSe[0], l00, 1e-10); // one step ahead: the innovation's standard deviation
+    DbFree(db);
+}
+
+// Poisson and NB2 regressions against R's glm(poisson) and MASS::glm.nb on the stored sample
+// (tests/data/exports_reference.txt): estimates, alpha = 1 / theta and the log-likelihoods.
+TEST(Tools, CountRegressionsMatchTheStoredReferences) {
+    std::map<std::string, Vec> ref;
+    std::ifstream in(KAVREL_TEST_DATA "/exports_reference.txt");
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream words(line);
+        std::string key;
+        int index = 0;
+        double value = 0.0;
+        if (line[0] != '#' && words >> key >> index >> value) ref[key].push_back(value);
+    }
+    std::string error;
+    Database *db = LoadData(KAVREL_TEST_DATA "/exports_sample.csv", &error);
+    ASSERT_NE(db, nullptr) << error;
+    Columns data;
+    ASSERT_TRUE(SelectColumns(db, {"count", "x1", "x2"}, &data, &error)) << error;
+    for (const bool negbin : {false, true}) {
+        Report r;
+        ASSERT_TRUE(EstimateCount(data, negbin, true, &r, &error)) << error;
+        EXPECT_TRUE(r.converged);
+        const Vec &beta = ref[negbin ? "nb2_beta" : "poisson_beta"];
+        ASSERT_EQ(beta.size(), 3u);
+        for (int j = 0; j < 3; ++j) EXPECT_NEAR(r.coef[j], beta[j], 1e-6) << negbin << j;
+        EXPECT_NEAR(r.loglik, ref[negbin ? "nb2_llf" : "poisson_llf"][0], 1e-8);
+        if (negbin) {
+            EXPECT_NEAR(std::exp(r.coef[3]), 1.0 / ref["nb2_theta"][0], 1e-6);
+        }
+    }
     DbFree(db);
 }
 

@@ -118,6 +118,31 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     report->title = std::string(logit ? (d.m > 2 ? "Multinomial logit" : "Logit") : "Probit") + " of " + data.names[0] +
                     (logit && d.m > 2 ? " (category 0 the base)" : "");
     report->loglik = res.value, report->nobs = d.n, report->residualDf = 0, report->converged = status == OPT_CONVERGED;
+    // Average marginal effects of the regressors on each category's probability.
+    if (logit) {
+        ToolCall deriv;
+        deriv.col(0, b).mat(1, d.n, d.kx, d.X).num(2, d.m).num(3, 0).num(4, d.n - 1);
+        int er = 0, ec = 0;
+        Vec effects;
+        if (deriv.invoke(FnLogitProbDeriv)) effects = deriv.values(&er, &ec);
+        if (er == d.m && ec == d.kx) {
+            report->lines.push_back("\nAverage marginal effects dP(category)/dx (rows: categories 0.." +
+                                    std::to_string(d.m - 1) + "):");
+            std::string head = "  ";
+            for (const std::string &x : xnames) head += x + "\t";
+            report->lines.push_back(head);
+            for (int c = 0; c < d.m; ++c) {
+                std::string line = "  ";
+                for (int j = 0; j < d.kx; ++j) {
+                    char buf[32];
+                    std::snprintf(buf, sizeof buf, "%.6g\t", effects[static_cast<size_t>(c) * d.kx + j]);
+                    line += buf;
+                }
+                report->lines.push_back(line);
+            }
+            report->json.push_back("\"marginal_effects\": " + JsonArray(effects));
+        }
+    }
     // The fitted table: actual categories in rows, predicted in columns, totals last.
     ToolCall table;
     const int cols = logit ? d.m : 2;

@@ -16,6 +16,7 @@ int RunLogitCommand(int argc, char **argv);
 int RunMsCommand(int argc, char **argv);
 int RunDemoCommand(int argc, char **argv);
 int RunVarCommand(int argc, char **argv);
+int RunCountCommand(int argc, char **argv);
 
 // Routes the library's messages to standard error, one line each ("Error: text").
 void SendMessagesToStderr();

@@ -76,4 +76,8 @@ bool EstimateVar(const Columns &data, int L, int H, VarResults *out, std::string
 bool PlotVar(const std::string &path, const VarResults &r, const Columns &data, const std::vector<std::string> &periods,
              std::string *error);
 
+// Poisson or NB2 regression with a log link on data.names[0] (counts) by Newton's method on the
+// score and observed information of FnCountRz; NB2 adds log(alpha) as the last parameter.
+bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *report, std::string *error);
+
 #endif

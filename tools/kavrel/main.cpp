@@ -22,6 +22,7 @@ const struct {
     {"probit", RunProbitCommand, "binary probit by maximum likelihood"},
     {"logit", RunLogitCommand, "binary or multinomial logit by maximum likelihood"},
     {"ms", RunMsCommand, "Markov-switching mean and variance by maximum likelihood"},
+    {"count", RunCountCommand, "Poisson or negative binomial regression by maximum likelihood"},
     {"var", RunVarCommand, "a VAR by least squares, dynamic forecasts and impulse responses"},
     {"demo", RunDemoCommand, "a tour of the commands on the example data, reports and plots in a folder"},
 };
