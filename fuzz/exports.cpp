@@ -37,7 +37,7 @@ const struct {
     {"FnSmoothMS2sym", "mmrr"},      {"FnGLScovariance", "mmi"},    {"FnKroneckerSel", "mmmm"},
     {"FnSeasonalRsq", "midr"},       {"FnDeSeasonalize", "mi"},     {"FnInitAlgebraNls", "maiiiisrr"},
     {"FnRunAlgebraNls", "mii"},      {"FnGetAlgebraName", "i"},     {"FnGetAlgebraVar", "siim"},
-    {"FnGetAlgebraAddedData", "rr"}, {"FnFracSigma", "miidir"},
+    {"FnGetAlgebraAddedData", "rr"}, {"FnFracSigma", "miidir"},     {"FnEncompassing", "miiimiiirrr"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and
