@@ -38,6 +38,7 @@ const struct {
     {"FnSeasonalRsq", "midr"},       {"FnDeSeasonalize", "mi"},     {"FnInitAlgebraNls", "maiiiisrr"},
     {"FnRunAlgebraNls", "mii"},      {"FnGetAlgebraName", "i"},     {"FnGetAlgebraVar", "siim"},
     {"FnGetAlgebraAddedData", "rr"}, {"FnFracSigma", "miidir"},     {"FnEncompassing", "miiimiiirrr"},
+    {"FnComfac", "mmmmmdirr"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and
