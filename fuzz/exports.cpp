@@ -45,6 +45,8 @@ const struct {
     {"FnLogitProbDeriv", "mmiii"},     {"FnInstabilityTest", "mmdr"},
     {"FnJackknifeHCSE", "mmm"},        {"FnRivEst", "miiiiiirrrrrr"},
     {"FnRalsFunc", "mmmiirrr"},        {"FnRalsForecast", "mmmiiimrr"},
+    {"FnFracSigma", "miidir"},         {"FnEncompassing", "miiimiiirrr"},
+    {"FnComfac", "mmmmmdirr"},
 };
 
 // Strings a bridge export may get: models (with and without parameters, faulty, broken) and
