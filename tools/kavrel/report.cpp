@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "special/distributions.h"
@@ -51,10 +52,12 @@ void PrintReport(std::FILE *out, const Report &r) {
     if (!r.sample.empty())
         std::fprintf(out, "The estimation sample is %s (%d observations)\n", r.sample.c_str(), r.nobs);
     if (!r.converged) std::fprintf(out, "Warning: the estimation did not converge; the values are the last iterate\n");
-    std::fprintf(out, "\n%-16s %14s %12s %9s %7s\n", "", "Coefficient", "Std.Error", "t-value", "t-prob");
+    int width = 16;
+    for (const std::string &name : r.names) width = std::max(width, static_cast<int>(name.size()));
+    std::fprintf(out, "\n%-*s %14s %12s %9s %7s\n", width, "", "Coefficient", "Std.Error", "t-value", "t-prob");
     for (size_t j = 0; j < r.names.size(); ++j) {
         const double t = r.coef[j] / r.se[j];
-        std::fprintf(out, "%-16s %14.6g %12.6g %9.3f %7.3f\n", r.names[j].c_str(), r.coef[j], r.se[j], t,
+        std::fprintf(out, "%-*s %14.6g %12.6g %9.3f %7.3f\n", width, r.names[j].c_str(), r.coef[j], r.se[j], t,
                      TwoSidedP(t, r.residualDf));
     }
     std::fprintf(out, "\n");
