@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "command.h"
 #include "commands.h"
 #include "database/database.h"
 #include "dataset.h"
@@ -26,56 +27,18 @@ const OptionRule kOptions[] = {
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
 
-// One call of the export gives the log-likelihood, the score and the information; the optimiser
-// asks for them separately at the same point, so the last call is kept.
-struct Discrete {
-    bool logit;
-    int n, kx, m;
-    Vec y, X;
-    Vec lastB, score, info, prob;
-    double ll = NAN;
-    bool evaluate(const double *b, int k) {
-        if (static_cast<int>(lastB.size()) == k && std::equal(lastB.begin(), lastB.end(), b)) return std::isfinite(ll);
-        ToolCall call;
-        const Vec beta(b, b + k);
-        if (logit) {
-            call.col(0, beta).col(1, y).num(2, m).mat(3, n, kx, X).mat(4, 0, 0, Vec()).mat(5, 0, 0, Vec());
-            call.mat(6, 0, 0, Vec()).ref(7).ref(8).ref(9).num(10, 0).num(11, 0);
-            if (!call.invoke(FnLogitRz)) return false;
-        } else {
-            call.col(0, beta).col(1, y).mat(2, n, kx, X).mat(3, 0, 0, Vec()).ref(4).ref(5).ref(6).num(7, 0).num(8, 0);
-            if (!call.invoke(FnBinProbitRz)) return false;
-        }
-        lastB = beta, ll = call.resultDouble();
-        score = call.out(logit ? 7 : 4), info = call.out(logit ? 8 : 5), prob = call.out(logit ? 9 : 6);
-        return std::isfinite(ll);
-    }
-};
-
-double value(void *ctx, const double *b, int k) {
-    auto &d = *static_cast<Discrete *>(ctx);
-    return d.evaluate(b, k) ? d.ll : NAN;
-}
-int gradient(void *ctx, const double *b, int k, double *g) {
-    auto &d = *static_cast<Discrete *>(ctx);
-    if (!d.evaluate(b, k) || static_cast<int>(d.score.size()) != k) return 0;
-    for (int j = 0; j < k; ++j) g[j] = d.score[j];
-    return 1;
-}
-int information(void *ctx, const double *b, int k, MATRIX info) {
-    auto &d = *static_cast<Discrete *>(ctx);
-    if (!d.evaluate(b, k) || static_cast<int>(d.info.size()) != k * k) return 0;
-    for (int i = 0; i < k; ++i)
-        for (int j = 0; j < k; ++j) info[i][j] = d.info[static_cast<size_t>(i) * k + j];
-    return 1;
-}
-
 } // namespace
 
 bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *report, std::string *error) {
-    Discrete d;
-    d.logit = logit, d.n = data.nobs(), d.kx = static_cast<int>(data.names.size()) - 1 + (constant ? 1 : 0);
-    d.y = data.data[0], d.X = data.block(1, data.names.size() - 1, constant);
+    struct {
+        int n, kx, m;
+        Vec y, X, prob;
+    } d{data.nobs(),
+        static_cast<int>(data.names.size()) - 1 + (constant ? 1 : 0),
+        0,
+        data.data[0],
+        data.block(1, data.names.size() - 1, constant),
+        Vec()};
     int top = 0;
     for (double v : d.y) {
         if (v != std::floor(v) || v < 0 || v > 1000) {
@@ -95,7 +58,23 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
         return false;
     }
     Vec b(k, 0.0);
-    const OptProblem problem{&d, value, gradient, information};
+    ExportLikelihood like;
+    like.call = [&](const Vec &beta, double *ll, Vec *score, Vec *info) {
+        ToolCall call;
+        if (logit) {
+            call.col(0, beta).col(1, d.y).num(2, d.m).mat(3, d.n, d.kx, d.X).mat(4, 0, 0, Vec()).mat(5, 0, 0, Vec());
+            call.mat(6, 0, 0, Vec()).ref(7).ref(8).ref(9).num(10, 0).num(11, 0);
+            if (!call.invoke(FnLogitRz)) return false;
+        } else {
+            call.col(0, beta).col(1, d.y).mat(2, d.n, d.kx, d.X).mat(3, 0, 0, Vec()).ref(4).ref(5).ref(6).num(7, 0);
+            call.num(8, 0);
+            if (!call.invoke(FnBinProbitRz)) return false;
+        }
+        *ll = call.resultDouble(), *score = call.out(logit ? 7 : 4), *info = call.out(logit ? 8 : 5);
+        d.prob = call.out(logit ? 9 : 6);
+        return true;
+    };
+    const OptProblem problem = like.problem();
     OptResult res{};
     const int status = OptMaximizeNewton(problem, b.data(), k, OptDefaultSettings(), &res);
     if (status == OPT_FAILED) {
@@ -105,7 +84,7 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     std::vector<double> inv(static_cast<size_t>(k) * k);
     std::vector<double *> rows;
     for (int i = 0; i < k; ++i) rows.push_back(&inv[static_cast<size_t>(i) * k]);
-    const bool invertible = information(&d, b.data(), k, rows.data()) && MatInvertSpd(rows.data(), k) == 1;
+    const bool invertible = problem.information(&like, b.data(), k, rows.data()) && MatInvertSpd(rows.data(), k) == 1;
     std::vector<std::string> xnames;
     if (constant) xnames.push_back("Constant");
     for (size_t j = 1; j < data.names.size(); ++j) xnames.push_back(data.names[j]);
@@ -168,42 +147,16 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
 namespace {
 
 int run(int argc, char **argv, bool logit) {
-    const char *name = logit ? "logit" : "probit";
-    auto fail = [name](const std::string &what) {
-        std::fprintf(stderr, "kavrel %s: %s\n", name, what.c_str());
-        return EXIT_BAD_INPUT;
-    };
-    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
-    if (!opt.error.empty()) return fail(opt.error);
-    if (opt.has("--help")) {
-        std::printf("usage: kavrel %s --data FILE --y Y --x X1,X2,... [--no-const] [--json]\n\n%s", name,
-                    OptionHelp(kOptions, kOptionCount).c_str());
-        return EXIT_CLEAN;
-    }
-    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
-    for (const char *required : {"--data", "--y", "--x"})
-        if (!opt.has(required)) return fail(std::string(required) + " is required");
-    std::string error;
-    Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return fail(error);
-    std::vector<std::string> names{opt.get("--y")};
-    for (const std::string &x : SplitNames(opt.get("--x"))) names.push_back(x);
-    Columns data;
-    Report report;
-    int status = EXIT_CLEAN;
-    if (!SelectColumns(db, names, &data, &error) ||
-        !EstimateDiscrete(data, logit, !opt.has("--no-const"), &report, &error)) {
-        status = fail(error);
-    } else {
-        report.sample = PeriodText(db, data.first) + " - " + PeriodText(db, data.last);
-        if (opt.has("--json"))
-            PrintJson(stdout, report);
-        else
-            PrintReport(stdout, report);
-        if (!report.converged) status = EXIT_FAULTS;
-    }
-    DbFree(db);
-    return status;
+    const CommandSpec spec{logit ? "logit" : "probit",
+                           "--data FILE --y Y --x X1,X2,... [--no-const] [--json]",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y", "--x"}};
+    return RunEstimationCommand(
+        spec, argc, argv,
+        [logit](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
+            return EstimateDiscrete(data, logit, !opt.has("--no-const"), r, error);
+        });
 }
 
 } // namespace

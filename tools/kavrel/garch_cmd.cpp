@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include "command.h"
 #include "commands.h"
 #include "database/database.h"
 #include "dataset.h"
@@ -30,11 +31,6 @@ const OptionRule kOptions[] = {
     {"--help", nullptr, "this text"},
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
-
-int fail(const std::string &what) {
-    std::fprintf(stderr, "kavrel garch: %s\n", what.c_str());
-    return EXIT_BAD_INPUT;
-}
 
 // The model: parameters mu, omega, then alpha_1..q (EGARCH: theta, a_1..q), beta_1..p, and delta
 // with an in-mean term.
@@ -262,40 +258,24 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
 }
 
 int RunGarchCommand(int argc, char **argv) {
-    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
-    if (!opt.error.empty()) return fail(opt.error);
-    if (opt.has("--help")) {
-        std::printf(
-            "usage: kavrel garch --data FILE --y R [--p P --q Q] [--egarch] [--in-mean h|sqrt|log] [--json]\n\n%s",
-            OptionHelp(kOptions, kOptionCount).c_str());
-        return EXIT_CLEAN;
-    }
-    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
-    for (const char *required : {"--data", "--y"})
-        if (!opt.has(required)) return fail(std::string(required) + " is required");
-    GarchOptions o;
-    o.p = std::atoi(opt.get("--p", "1").c_str()), o.q = std::atoi(opt.get("--q", "1").c_str());
-    o.egarch = opt.has("--egarch");
-    const std::string kind = opt.get("--in-mean");
-    o.inMean = kind.empty() ? 0 : kind == "h" ? 1 : kind == "sqrt" ? 2 : kind == "log" ? 3 : -1;
-    if (o.inMean < 0) return fail("bad --in-mean " + kind + " (h, sqrt or log)");
-    o.progress = isatty(2) != 0;
-    std::string error;
-    Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return fail(error);
-    Columns data;
-    Report report;
-    int status = EXIT_CLEAN;
-    if (!SelectColumns(db, {opt.get("--y")}, &data, &error) || !EstimateGarch(data, o, &report, &error)) {
-        status = fail(error);
-    } else {
-        report.sample = PeriodText(db, data.first) + " - " + PeriodText(db, data.last);
-        if (opt.has("--json"))
-            PrintJson(stdout, report);
-        else
-            PrintReport(stdout, report);
-        if (!report.converged) status = EXIT_FAULTS;
-    }
-    DbFree(db);
-    return status;
+    const CommandSpec spec{"garch",
+                           "--data FILE --y R [--p P --q Q] [--egarch] [--in-mean h|sqrt|log] [--json]",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y"}};
+    return RunEstimationCommand(
+        spec, argc, argv,
+        [](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
+            GarchOptions o;
+            o.p = std::atoi(opt.get("--p", "1").c_str()), o.q = std::atoi(opt.get("--q", "1").c_str());
+            o.egarch = opt.has("--egarch");
+            const std::string kind = opt.get("--in-mean");
+            o.inMean = kind.empty() ? 0 : kind == "h" ? 1 : kind == "sqrt" ? 2 : kind == "log" ? 3 : -1;
+            if (o.inMean < 0) {
+                *error = "bad --in-mean " + kind + " (h, sqrt or log)";
+                return false;
+            }
+            o.progress = isatty(2) != 0;
+            return EstimateGarch(data, o, r, error);
+        });
 }

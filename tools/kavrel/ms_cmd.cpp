@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "command.h"
 #include "commands.h"
 #include "database/database.h"
 #include "dataset.h"
@@ -31,11 +32,6 @@ const OptionRule kOptions[] = {
     {"--help", nullptr, "this text"},
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
-
-int fail(const std::string &what) {
-    std::fprintf(stderr, "kavrel ms: %s\n", what.c_str());
-    return EXIT_BAD_INPUT;
-}
 
 // Parameters: mu_1..M, log sigma_1..M, phi_1..p, then for each column i the M - 1 logits of the
 // moves to j != i.
@@ -213,38 +209,25 @@ bool PlotMs(const std::string &path, const MsResults &r, const Columns &data, co
 }
 
 int RunMsCommand(int argc, char **argv) {
-    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
-    if (!opt.error.empty()) return fail(opt.error);
-    if (opt.has("--help")) {
-        std::printf("usage: kavrel ms --data FILE --y Y [--regimes M] [--ar P] [--plot FILE] [--json]\n\n%s",
-                    OptionHelp(kOptions, kOptionCount).c_str());
-        return EXIT_CLEAN;
-    }
-    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
-    for (const char *required : {"--data", "--y"})
-        if (!opt.has(required)) return fail(std::string(required) + " is required");
-    const int M = std::atoi(opt.get("--regimes", "2").c_str()), p = std::atoi(opt.get("--ar", "0").c_str());
-    std::string error;
-    Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return fail(error);
-    Columns data;
-    MsResults res;
-    int status = EXIT_CLEAN;
-    if (!SelectColumns(db, {opt.get("--y")}, &data, &error) || !EstimateMs(data, M, p, &res, &error)) {
-        status = fail(error);
-    } else {
-        res.report.sample = PeriodText(db, data.first + p) + " - " + PeriodText(db, data.last);
-        if (opt.has("--json"))
-            PrintJson(stdout, res.report);
-        else
-            PrintReport(stdout, res.report);
-        if (opt.has("--plot")) {
+    MsResults res; // filled by the estimation, used by what follows it
+    const CommandSpec spec{"ms",
+                           "--data FILE --y Y [--regimes M] [--ar P] [--plot FILE] [--json]",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y"}};
+    return RunEstimationCommand(
+        spec, argc, argv,
+        [&res](const ParsedOptions &opt, const Database *db, const Columns &data, Report *r, std::string *error) {
+            const int M = std::atoi(opt.get("--regimes", "2").c_str()), p = std::atoi(opt.get("--ar", "0").c_str());
+            if (!EstimateMs(data, M, p, &res, error)) return false;
+            res.report.sample = PeriodText(db, data.first + p) + " - " + PeriodText(db, data.last);
+            *r = res.report;
+            return true;
+        },
+        [&res](const ParsedOptions &opt, const Database *db, const Columns &data, std::string *error) {
+            if (!opt.has("--plot")) return true;
             std::vector<std::string> periods;
-            for (int t = data.first + p; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
-            if (!PlotMs(opt.get("--plot"), res, data, periods, &error)) status = fail(error);
-        }
-        if (status == EXIT_CLEAN && !res.report.converged) status = EXIT_FAULTS;
-    }
-    DbFree(db);
-    return status;
+            for (int t = data.first + res.p; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+            return PlotMs(opt.get("--plot"), res, data, periods, error);
+        });
 }

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "command.h"
 #include "commands.h"
 #include "database/database.h"
 #include "dataset.h"
@@ -27,11 +28,6 @@ const OptionRule kOptions[] = {
     {"--help", nullptr, "this text"},
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
-
-int fail(const std::string &what) {
-    std::fprintf(stderr, "kavrel nls: %s\n", what.c_str());
-    return EXIT_BAD_INPUT;
-}
 
 // The model's residuals at parameter values: run, read the fitted values, subtract.
 struct NlsModel {
@@ -132,42 +128,38 @@ bool EstimateNls(const Database *db, const std::string &model, const std::string
 }
 
 int RunNlsCommand(int argc, char **argv) {
-    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
-    if (!opt.error.empty()) return fail(opt.error);
-    if (opt.has("--help")) {
-        std::printf("usage: kavrel nls MODEL --data FILE --y Y [--fitted NAME] [--json]\n"
-                    "       kavrel nls -e TEXT --data FILE --y Y ...\n\n"
-                    "MODEL: Algebra with parameters &0, &1, ... given starting values (&0 = 1;) that\n"
-                    "assigns the fitted values, e.g.  &0 = 500; &1 = 1e-4; fitted = &0 * (1 - exp(-&1 * x));\n\n%s",
-                    OptionHelp(kOptions, kOptionCount).c_str());
-        return EXIT_CLEAN;
-    }
+    const CommandSpec spec{"nls",
+                           "MODEL --data FILE --y Y [--fitted NAME] [--json]\n"
+                           "       kavrel nls -e TEXT --data FILE --y Y ...\n\n"
+                           "MODEL: Algebra with parameters &0, &1, ... given starting values (&0 = 1;) that\n"
+                           "assigns the fitted values, e.g.  &0 = 500; &1 = 1e-4; fitted = &0 * (1 - exp(-&1 * x));",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y"}};
+    ParsedOptions opt;
+    const int started = CommandStart(spec, argc, argv, &opt, true);
+    if (started >= 0) return started;
     std::string model;
     if (opt.has("-e")) {
         model = opt.get("-e");
     } else if (opt.positional.size() != 1) {
-        return fail("one model file expected (or -e TEXT)");
+        return CommandFail(spec.name, "one model file expected (or -e TEXT)");
     } else {
         std::ifstream in(opt.positional[0]);
-        if (!in) return fail("cannot read model " + opt.positional[0]);
+        if (!in) return CommandFail(spec.name, "cannot read model " + opt.positional[0]);
         std::stringstream text;
         text << in.rdbuf();
         model = text.str();
     }
-    for (const char *required : {"--data", "--y"})
-        if (!opt.has(required)) return fail(std::string(required) + " is required");
     std::string error;
     Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return fail(error);
+    if (!db) return CommandFail(spec.name, error);
     Report report;
     int status = EXIT_CLEAN;
     if (!EstimateNls(db, model, opt.get("--y"), opt.get("--fitted", "fitted"), &report, &error)) {
-        status = fail(error);
+        status = CommandFail(spec.name, error);
     } else {
-        if (opt.has("--json"))
-            PrintJson(stdout, report);
-        else
-            PrintReport(stdout, report);
+        PrintResult(opt, report);
         if (!report.converged) status = EXIT_FAULTS;
     }
     DbFree(db);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "command.h"
 #include "commands.h"
 #include "database/database.h"
 #include "dataset.h"
@@ -26,11 +27,6 @@ const OptionRule kOptions[] = {
     {"--help", nullptr, "this text"},
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
-
-int fail(const std::string &what) {
-    std::fprintf(stderr, "kavrel rls: %s\n", what.c_str());
-    return EXIT_BAD_INPUT;
-}
 
 } // namespace
 
@@ -85,41 +81,26 @@ bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::strin
 }
 
 int RunRlsCommand(int argc, char **argv) {
-    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
-    if (!opt.error.empty()) return fail(opt.error);
-    if (opt.has("--help")) {
-        std::printf("usage: kavrel rls --data FILE --y Y --x X1,X2,... [--no-const] [--plot FILE] [--out FILE] "
-                    "[--json]\n\n%s",
-                    OptionHelp(kOptions, kOptionCount).c_str());
-        return EXIT_CLEAN;
-    }
-    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
-    for (const char *required : {"--data", "--y", "--x"})
-        if (!opt.has(required)) return fail(std::string(required) + " is required");
-    std::string error;
-    Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return fail(error);
-    std::vector<std::string> names{opt.get("--y")};
-    for (const std::string &x : SplitNames(opt.get("--x"))) names.push_back(x);
-    Columns data;
-    RlsResults res;
-    int status = EXIT_CLEAN;
-    if (!SelectColumns(db, names, &data, &error) || !EstimateRls(data, !opt.has("--no-const"), &res, &error)) {
-        status = fail(error);
-    } else {
-        std::vector<std::string> periods;
-        for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
-        res.report.sample = periods.front() + " - " + periods.back();
-        if (opt.has("--json"))
-            PrintJson(stdout, res.report);
-        else
-            PrintReport(stdout, res.report);
-        if (opt.has("--out") && !WriteRlsCsv(opt.get("--out"), res, periods, &error)) status = fail(error);
-        if (status == EXIT_CLEAN && opt.has("--plot") && !PlotRls(opt.get("--plot"), res, periods, &error))
-            status = fail(error);
-    }
-    DbFree(db);
-    return status;
+    RlsResults res; // filled by the estimation, used by what follows it
+    const CommandSpec spec{"rls",
+                           "--data FILE --y Y --x X1,X2,... [--no-const] [--plot FILE] [--out FILE] [--json]",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y", "--x"}};
+    return RunEstimationCommand(
+        spec, argc, argv,
+        [&res](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
+            if (!EstimateRls(data, !opt.has("--no-const"), &res, error)) return false;
+            res.report.sample = r->sample;
+            *r = res.report;
+            return true;
+        },
+        [&res](const ParsedOptions &opt, const Database *db, const Columns &data, std::string *error) {
+            std::vector<std::string> periods;
+            for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+            if (opt.has("--out") && !WriteRlsCsv(opt.get("--out"), res, periods, error)) return false;
+            return !opt.has("--plot") || PlotRls(opt.get("--plot"), res, periods, error);
+        });
 }
 
 bool WriteRlsCsv(const std::string &path, const RlsResults &r, const std::vector<std::string> &periods,

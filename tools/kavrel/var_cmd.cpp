@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "command.h"
 #include "commands.h"
 #include "database/database.h"
 #include "dataset.h"
@@ -25,11 +26,6 @@ const OptionRule kOptions[] = {
     {"--help", nullptr, "this text"},
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
-
-int fail(const std::string &what) {
-    std::fprintf(stderr, "kavrel var: %s\n", what.c_str());
-    return EXIT_BAD_INPUT;
-}
 
 // The arguments 0-13 the two exports share: the data, the descriptor (lag-0 entries of the n
 // variables, then their lags l = 1..L in that order, then the constant), B and Omega. regCols
@@ -184,35 +180,25 @@ bool PlotVar(const std::string &path, const VarResults &r, const Columns &data, 
 }
 
 int RunVarCommand(int argc, char **argv) {
-    const ParsedOptions opt = ParseOptions(argc, argv, 1, kOptions, kOptionCount);
-    if (!opt.error.empty()) return fail(opt.error);
-    if (opt.has("--help")) {
-        std::printf("usage: kavrel var --data FILE --y Y1,Y2,... [--lags L] [--horizon H] [--plot FILE] [--json]\n\n%s",
-                    OptionHelp(kOptions, kOptionCount).c_str());
-        return EXIT_CLEAN;
-    }
-    if (!opt.positional.empty()) return fail("unexpected argument " + opt.positional[0]);
-    for (const char *required : {"--data", "--y"})
-        if (!opt.has(required)) return fail(std::string(required) + " is required");
-    const int L = std::atoi(opt.get("--lags", "2").c_str()), H = std::atoi(opt.get("--horizon", "12").c_str());
-    std::string error;
-    Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return fail(error);
-    Columns data;
-    VarResults res;
-    int status = EXIT_CLEAN;
-    if (!SelectColumns(db, SplitNames(opt.get("--y")), &data, &error) || !EstimateVar(data, L, H, &res, &error)) {
-        status = fail(error);
-    } else {
-        std::vector<std::string> periods;
-        for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
-        res.report.sample = periods[L] + " - " + periods.back();
-        if (opt.has("--json"))
-            PrintJson(stdout, res.report);
-        else
-            PrintReport(stdout, res.report);
-        if (opt.has("--plot") && !PlotVar(opt.get("--plot"), res, data, periods, &error)) status = fail(error);
-    }
-    DbFree(db);
-    return status;
+    VarResults res; // filled by the estimation, used by what follows it
+    const CommandSpec spec{"var",
+                           "--data FILE --y Y1,Y2,... [--lags L] [--horizon H] [--plot FILE] [--json]",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y"}};
+    return RunEstimationCommand(
+        spec, argc, argv,
+        [&res](const ParsedOptions &opt, const Database *db, const Columns &data, Report *r, std::string *error) {
+            const int L = std::atoi(opt.get("--lags", "2").c_str()), H = std::atoi(opt.get("--horizon", "12").c_str());
+            if (!EstimateVar(data, L, H, &res, error)) return false;
+            res.report.sample = PeriodText(db, data.first + L) + " - " + PeriodText(db, data.last);
+            *r = res.report;
+            return true;
+        },
+        [&res](const ParsedOptions &opt, const Database *db, const Columns &data, std::string *error) {
+            if (!opt.has("--plot")) return true;
+            std::vector<std::string> periods;
+            for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+            return PlotVar(opt.get("--plot"), res, data, periods, error);
+        });
 }

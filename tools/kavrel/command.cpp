@@ -1,0 +1,96 @@
+#include "command.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "commands.h"
+#include "database/database.h"
+#include "numeric/optimize.h"
+
+int CommandFail(const char *name, const std::string &what) {
+    std::fprintf(stderr, "kavrel %s: %s\n", name, what.c_str());
+    return EXIT_BAD_INPUT;
+}
+
+void PrintResult(const ParsedOptions &opt, const Report &report) {
+    if (opt.has("--json"))
+        PrintJson(stdout, report);
+    else
+        PrintReport(stdout, report);
+}
+
+int CommandStart(const CommandSpec &spec, int argc, char **argv, ParsedOptions *opt, bool positional) {
+    *opt = ParseOptions(argc, argv, 1, spec.rules, spec.ruleCount);
+    if (!opt->error.empty()) return CommandFail(spec.name, opt->error);
+    if (opt->has("--help")) {
+        std::printf("usage: kavrel %s %s\n\n%s", spec.name, spec.usage, OptionHelp(spec.rules, spec.ruleCount).c_str());
+        return EXIT_CLEAN;
+    }
+    if (!positional && !opt->positional.empty())
+        return CommandFail(spec.name, "unexpected argument " + opt->positional[0]);
+    for (const char *required : spec.required)
+        if (!opt->has(required)) return CommandFail(spec.name, std::string(required) + " is required");
+    return -1;
+}
+
+int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const Estimation &estimate,
+                         const Afterwards &after) {
+    ParsedOptions opt;
+    const int started = CommandStart(spec, argc, argv, &opt);
+    if (started >= 0) return started;
+    std::string error;
+    Database *db = LoadData(opt.get("--data"), &error);
+    if (!db) return CommandFail(spec.name, error);
+    std::vector<std::string> names;
+    if (opt.has("--x")) names.push_back(opt.get("--y"));
+    for (const std::string &n : SplitNames(opt.get(opt.has("--x") ? "--x" : "--y"))) names.push_back(n);
+    Columns data;
+    Report report;
+    int status = EXIT_CLEAN;
+    if (!SelectColumns(db, names, &data, &error)) {
+        status = CommandFail(spec.name, error);
+    } else {
+        report.sample = PeriodText(db, data.first) + " - " + PeriodText(db, data.last);
+        if (!estimate(opt, db, data, &report, &error)) {
+            status = CommandFail(spec.name, error);
+        } else {
+            PrintResult(opt, report);
+            if (after && !after(opt, db, data, &error))
+                status = CommandFail(spec.name, error);
+            else if (!report.converged)
+                status = EXIT_FAULTS;
+        }
+    }
+    DbFree(db);
+    return status;
+}
+
+bool ExportLikelihood::at(const double *b, int p) {
+    if (static_cast<int>(lastB.size()) == p && std::equal(lastB.begin(), lastB.end(), b)) return ok;
+    lastB.assign(b, b + p);
+    ok = call(lastB, &ll, &score, &info) && std::isfinite(ll) && static_cast<int>(score.size()) == p &&
+         static_cast<int>(info.size()) == p * p;
+    return ok;
+}
+
+OptProblem ExportLikelihood::problem() {
+    auto value = [](void *ctx, const double *b, int p) {
+        auto &e = *static_cast<ExportLikelihood *>(ctx);
+        return e.at(b, p) ? e.ll : NAN;
+    };
+    auto gradient = [](void *ctx, const double *b, int p, double *g) {
+        auto &e = *static_cast<ExportLikelihood *>(ctx);
+        if (!e.at(b, p)) return 0;
+        std::copy(e.score.begin(), e.score.end(), g);
+        return 1;
+    };
+    auto information = [](void *ctx, const double *b, int p, MATRIX info) {
+        auto &e = *static_cast<ExportLikelihood *>(ctx);
+        if (!e.at(b, p)) return 0;
+        for (int i = 0; i < p; ++i)
+            std::copy(&e.info[static_cast<size_t>(i) * p], &e.info[static_cast<size_t>(i + 1) * p], info[i]);
+        return 1;
+    };
+    return OptProblem{this, value, gradient, information};
+}
