@@ -3,6 +3,7 @@
 // optimiser makes them. Standard errors from the inverse of the numerical Hessian of the
 // log-likelihood, and robust (sandwich) ones H^-1 (sum_t s_t s_t') H^-1 from the observations'
 // numerical scores (Bollerslev and Wooldridge 1992).
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -35,13 +36,20 @@ constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
 // The model: parameters mu, omega, then alpha_1..q (EGARCH: theta, a_1..q), beta_1..p, and delta
 // with an in-mean term.
 struct GarchModel {
-    const Vec *y;
-    int p, q, inMean;
-    bool egarch;
+    const Vec *y = nullptr;
+    int p = 1, q = 1, inMean = 0;
+    bool egarch = false;
     int count() const { return 2 + (egarch ? 1 : 0) + q + p + (inMean ? 1 : 0); }
     // One GARCH call kept across evaluations: its residual and intercept columns are rewritten in
     // place, so an evaluation makes no host matrices but the export's two outputs.
     ToolCall *call = nullptr;
+    // With analytic scores: the last point, its log-likelihood and gradient (the optimiser asks
+    // for the value and then the gradient at one point; one export call serves both).
+    Vec lastB, lastGradient;
+    double lastLoglik = 0.0;
+    bool lastOk = false;
+    // Scratch of the analytic evaluation, kept so that an evaluation allocates nothing.
+    Vec ll, h, u, e;
 };
 
 // The observations' log-likelihoods at b (and their variances h, residuals u); false where the
@@ -92,11 +100,15 @@ bool observationLoglik(const GarchModel &m, const double *b, Vec *ll, Vec *hOut 
 //   dl_t = -(1/h_t - e_t^2/h_t^2) dh_t / 2 + [mu] e_t / h_t.
 // scores[j][t] = dl_t / db_j (when scores is not null), gradient their sums. False where the
 // model is not defined.
-bool garchScores(const GarchModel &m, const double *b, std::vector<Vec> *scores, double *gradient) {
-    Vec ll, h, u;
+bool garchScores(GarchModel &m, const double *b, std::vector<Vec> *scores, double *gradient, double *total = nullptr) {
+    Vec &ll = m.ll, &h = m.h, &u = m.u, &e = m.e;
     if (!observationLoglik(m, b, &ll, &h, &u)) return false;
+    if (total) {
+        *total = 0.0;
+        for (double v : ll) *total += v;
+    }
     const int T = static_cast<int>(ll.size()), n = m.count(), p = m.p, q = m.q;
-    Vec e(T);
+    e.resize(T);
     double s = 0.0, meanE = 0.0;
     for (int t = 0; t < T; ++t) e[t] = (*m.y)[t] - b[0], s += e[t] * e[t] / T, meanE += e[t] / T;
     Vec ds(n, 0.0);
@@ -113,8 +125,13 @@ bool garchScores(const GarchModel &m, const double *b, std::vector<Vec> *scores,
         for (int i = 1; i <= q; ++i) {
             const double alpha = b[1 + i];
             const bool in = t - i >= 0;
-            d[1 + i] += in ? e[t - i] * e[t - i] : s;
-            for (int j = 0; j < n; ++j) d[j] += alpha * (in ? (j == 0 ? -2.0 * e[t - i] : 0.0) : ds[j]);
+            if (in) { // d(e^2_{t-i}) is -2 e_{t-i} in mu and nothing else
+                d[1 + i] += e[t - i] * e[t - i];
+                d[0] -= 2.0 * alpha * e[t - i];
+            } else {
+                d[1 + i] += s;
+                for (int j = 0; j < n; ++j) d[j] += alpha * ds[j];
+            }
         }
         for (int k = 1; k <= p; ++k) {
             const double beta = b[1 + q + k];
@@ -123,9 +140,9 @@ bool garchScores(const GarchModel &m, const double *b, std::vector<Vec> *scores,
             const double *before = in ? &dh[static_cast<size_t>((t - k) % ring) * n] : ds.data();
             for (int j = 0; j < n; ++j) d[j] += beta * before[j];
         }
-        const double w = -0.5 * (1.0 / h[t] - e[t] * e[t] / (h[t] * h[t]));
+        const double inv = 1.0 / h[t], w = -0.5 * inv * (1.0 - e[t] * e[t] * inv);
         for (int j = 0; j < n; ++j) {
-            const double score = w * d[j] + (j == 0 ? e[t] / h[t] : 0.0);
+            const double score = w * d[j] + (j == 0 ? e[t] * inv : 0.0);
             gradient[j] += score;
             if (scores) (*scores)[j][t] = score;
         }
@@ -133,8 +150,24 @@ bool garchScores(const GarchModel &m, const double *b, std::vector<Vec> *scores,
     return true;
 }
 
-int loglikGradient(void *ctx, const double *b, int, double *g) {
-    return garchScores(*static_cast<GarchModel *>(ctx), b, nullptr, g) ? 1 : 0;
+// The analytic evaluation at b, kept in the model.
+bool analyticAt(GarchModel &m, const double *b, int n) {
+    if (static_cast<int>(m.lastB.size()) == n && std::equal(m.lastB.begin(), m.lastB.end(), b)) return m.lastOk;
+    m.lastB.assign(b, b + n), m.lastGradient.assign(n, 0.0);
+    m.lastOk = garchScores(m, b, nullptr, m.lastGradient.data(), &m.lastLoglik);
+    return m.lastOk;
+}
+
+int loglikGradient(void *ctx, const double *b, int n, double *g) {
+    auto &m = *static_cast<GarchModel *>(ctx);
+    if (!analyticAt(m, b, n)) return 0;
+    std::copy(m.lastGradient.begin(), m.lastGradient.end(), g);
+    return 1;
+}
+
+double analyticLoglik(void *ctx, const double *b, int n) {
+    auto &m = *static_cast<GarchModel *>(ctx);
+    return analyticAt(m, b, n) ? m.lastLoglik : NAN;
 }
 
 double loglik(void *ctx, const double *b, int) {
@@ -160,7 +193,8 @@ struct Matrix {
 bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, std::string *error) {
     const Vec &y = data.data[0];
     const int T = data.nobs();
-    GarchModel m{&y, o.p, o.q, o.inMean, o.egarch};
+    GarchModel m;
+    m.y = &y, m.p = o.p, m.q = o.q, m.inMean = o.inMean, m.egarch = o.egarch;
     ToolCall kept;
     kept.mat(0, T, 1, Vec()).mat(1, T, 1, Vec());
     m.call = &kept;
@@ -186,7 +220,7 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
     }
     // Analytic scores for plain GARCH; differences of the likelihood otherwise.
     const bool analytic = !o.egarch && !o.inMean;
-    const OptProblem problem{&m, loglik, analytic ? loglikGradient : nullptr, nullptr};
+    const OptProblem problem{&m, analytic ? analyticLoglik : loglik, analytic ? loglikGradient : nullptr, nullptr};
     OptSettings s = OptDefaultSettings();
     s.gradientTol = 1e-9;
     if (o.progress)
