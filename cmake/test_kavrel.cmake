@@ -110,3 +110,9 @@ run_case("count" 0 count --data ${SOURCE}/tests/data/exports_sample.csv --y coun
 expect_text("count" "${out}" "\"coefficients\": {\"Constant\": 0.0852")
 run_case("count bad counts" 2 count --data ${SOURCE}/tests/data/exports_sample.csv --y x1 --x x2)
 expect_text("count bad counts" "${err}" "must be whole numbers")
+
+# A singular design and a GARCH fit end to end.
+run_case("rls collinear" 2 rls --data ${WORK}/reg.txt --y y --x x,x)
+expect_text("rls collinear" "${err}" "kavrel rls: the regressors are collinear: x is explained by the ones before it")
+run_case("garch" 0 garch --data ${SOURCE}/examples/dem2gbp.csv --y dem2gbp --json)
+expect_text("garch" "${out}" "\"alpha1\": 0.15313")

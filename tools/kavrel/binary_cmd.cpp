@@ -57,6 +57,7 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
         *error = "too few observations for the regressors";
         return false;
     }
+    if (!CheckDesign(d.X, d.n, d.kx, RegressorNames(data, constant), error)) return false;
     Vec b(k, 0.0);
     ExportLikelihood like;
     like.call = [&](const Vec &beta, double *ll, Vec *score, Vec *info) {
@@ -85,9 +86,7 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     std::vector<double *> rows;
     for (int i = 0; i < k; ++i) rows.push_back(&inv[static_cast<size_t>(i) * k]);
     const bool invertible = problem.information(&like, b.data(), k, rows.data()) && MatInvertSpd(rows.data(), k) == 1;
-    std::vector<std::string> xnames;
-    if (constant) xnames.push_back("Constant");
-    for (size_t j = 1; j < data.names.size(); ++j) xnames.push_back(data.names[j]);
+    const std::vector<std::string> xnames = RegressorNames(data, constant);
     report->names.clear(), report->se.clear();
     for (int c = 1; c < (logit ? d.m : 2); ++c)
         for (const std::string &x : xnames)

@@ -51,6 +51,7 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
         *error = "too few observations, or no positive count";
         return false;
     }
+    if (!CheckDesign(X, n, k, RegressorNames(data, constant), error)) return false;
     // Start at the constant-only fit (exp(b0) the mean) when there is a constant.
     Vec b(p, 0.0);
     if (constant) b[0] = std::log(mean);
@@ -75,9 +76,7 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
     std::vector<double *> rows;
     for (int i = 0; i < p; ++i) rows.push_back(&inv[static_cast<size_t>(i) * p]);
     const bool invertible = problem.information(&like, b.data(), p, rows.data()) && MatInvertSpd(rows.data(), p) == 1;
-    report->names.clear(), report->se.clear();
-    if (constant) report->names.push_back("Constant");
-    for (size_t j = 1; j < data.names.size(); ++j) report->names.push_back(data.names[j]);
+    report->names = RegressorNames(data, constant), report->se.clear();
     if (negbin) report->names.push_back("log(alpha)");
     report->coef = b;
     for (int j = 0; j < p; ++j) report->se.push_back(invertible ? std::sqrt(rows[j][j]) : NAN);

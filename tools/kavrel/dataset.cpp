@@ -1,5 +1,7 @@
 #include "dataset.h"
 
+#include <cmath>
+
 #include "database/calendar.h"
 #include "database/database.h"
 #include "database/datafile.h"
@@ -8,6 +10,41 @@ Database *LoadData(const std::string &path, std::string *error) {
     Database *db = DbReadDataFile(path.c_str(), 0);
     if (!db) *error = "cannot read data file " + path;
     return db;
+}
+
+bool CheckDesign(const Vec &X, int n, int k, const std::vector<std::string> &names, std::string *error) {
+    std::vector<long double> A(static_cast<size_t>(k) * k, 0.0L);
+    for (int t = 0; t < n; ++t)
+        for (int a = 0; a < k; ++a)
+            for (int b = 0; b <= a; ++b)
+                A[static_cast<size_t>(a) * k + b] +=
+                    static_cast<long double>(X[static_cast<size_t>(t) * k + a]) * X[static_cast<size_t>(t) * k + b];
+    std::vector<long double> scale(k);
+    for (int a = 0; a < k; ++a)
+        scale[a] = A[static_cast<size_t>(a) * k + a] > 0 ? 1.0L / std::sqrt(A[static_cast<size_t>(a) * k + a]) : 0.0L;
+    for (int a = 0; a < k; ++a) {
+        for (int b = 0; b <= a; ++b) {
+            long double v = A[static_cast<size_t>(a) * k + b] * scale[a] * scale[b];
+            for (int c = 0; c < b; ++c) v -= A[static_cast<size_t>(a) * k + c] * A[static_cast<size_t>(b) * k + c];
+            if (b < a) {
+                A[static_cast<size_t>(a) * k + b] = v / A[static_cast<size_t>(b) * k + b];
+            } else if (!(v > 1e-10L)) {
+                *error = "the regressors are collinear: " + (static_cast<size_t>(a) < names.size() ? names[a] : "?") +
+                         " is explained by the ones before it";
+                return false;
+            } else {
+                A[static_cast<size_t>(a) * k + a] = std::sqrt(v);
+            }
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> RegressorNames(const Columns &data, bool constant) {
+    std::vector<std::string> names;
+    if (constant) names.push_back("Constant");
+    for (size_t j = 1; j < data.names.size(); ++j) names.push_back(data.names[j]);
+    return names;
 }
 
 std::vector<std::string> SplitNames(const std::string &list) {

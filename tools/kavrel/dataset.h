@@ -26,6 +26,15 @@ struct Columns {
 };
 bool SelectColumns(const Database *db, const std::vector<std::string> &names, Columns *out, std::string *error);
 
+// A design (n x k, row-major) whose columns are linearly dependent, to the precision a regression
+// can use: false with *error naming the first regressor that the ones before it explain. The
+// test is the Cholesky factor of X'X scaled to unit diagonal, a pivot below 1e-10 failing.
+bool CheckDesign(const Vec &X, int n, int k, const std::vector<std::string> &names, std::string *error);
+
+// The regressor names of a design built by Columns::block(1, ..., constant): "Constant" first
+// when there is one, then data.names[1..].
+std::vector<std::string> RegressorNames(const Columns &data, bool constant);
+
 // "X1,X2,X3" -> its names (empty entries are an error of the caller's option).
 std::vector<std::string> SplitNames(const std::string &list);
 

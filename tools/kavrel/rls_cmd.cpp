@@ -36,8 +36,10 @@ bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::strin
         *error = "too few observations (" + std::to_string(T) + ") for " + std::to_string(k) + " regressors";
         return false;
     }
+    const Vec X = data.block(1, data.names.size() - 1, constant);
+    if (!CheckDesign(X, T, k, RegressorNames(data, constant), error)) return false;
     ToolCall call;
-    call.mat(0, T, 1, data.data[0]).mat(1, T, k, data.block(1, data.names.size() - 1, constant));
+    call.mat(0, T, 1, data.data[0]).mat(1, T, k, X);
     call.num(2, 0).num(3, T - 1).num(4, -1);
     for (int i = 5; i <= 10; ++i) call.ref(i);
     call.num(11, 0);
@@ -46,9 +48,7 @@ bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::strin
         return false;
     }
     const Vec coef = call.out(5), pdiag = call.out(6), innov = call.out(8), rss = call.out(9);
-    out->names.clear();
-    if (constant) out->names.push_back("Constant");
-    for (size_t j = 1; j < data.names.size(); ++j) out->names.push_back(data.names[j]);
+    out->names = RegressorNames(data, constant);
     out->k = k, out->T = T;
     out->coef.assign(k, Vec(T, NAN)), out->se.assign(k, Vec(T, NAN));
     out->innovation.assign(T, NAN), out->sigma.assign(T, NAN), out->chow1.assign(T, NAN), out->chowN.assign(T, NAN);
