@@ -48,12 +48,28 @@ std::pair<long, long> CheckAllocationFailures(LumoExport fn, ArgsFn args, long h
     return {lib, host};
 }
 
+// The result as a number: a status or a value, NaN for the missing value and for no matrix.
+inline double ResultNumber(const HostCall &c) {
+    if (c.result.type == LUMO_INT) return c.result.v.w.ival;
+    if (c.result.type == LUMO_DOUBLE) return c.result.v.dval;
+    return c.values().empty() ? NAN : HUGE_VAL;
+}
+
+// The variable of output i holds a matrix of missing values.
+inline bool HoldsMissing(const HostCall &c, int i) {
+    const Vec v = c.out(i);
+    return !v.empty() && AllMissing(v);
+}
+
 // A call made invalid by edit: the host's report when a type check abandons it (empty when the
-// export ran); holds(c) states what the call left.
+// export ran); the result it leaves (99, the preset, when untouched) and whether the outputs hold
+// missing values (else they are untouched); or holds(c) states what the call left.
 struct BadInput {
     const char *what;
     void (*edit)(HostCall &);
     const char *message;
+    double left = 99;
+    bool missing = false;
 };
 template <size_t N, class Holds>
 void CheckBadInput(LumoExport fn, ArgsFn args, const BadInput (&rows)[N], Holds holds) {
@@ -67,6 +83,17 @@ void CheckBadInput(LumoExport fn, ArgsFn args, const BadInput (&rows)[N], Holds 
         EXPECT_STREQ(LumoHostLastError(), r.message);
         holds(c);
     }
+}
+
+template <size_t N> void CheckBadInput(LumoExport fn, ArgsFn args, const BadInput (&rows)[N]) {
+    for (const BadInput &r : rows)
+        CheckBadInput(fn, args, {r}, [&](const HostCall &c) {
+            ExpectClose({ResultNumber(c)}, Vec{r.left}, 0, "result");
+            for (int i = 0; i < c.count; ++i)
+                if (c.isOutput(i)) {
+                    EXPECT_TRUE(r.missing ? HoldsMissing(c, i) : c.untouched(i)) << "output " << i;
+                }
+        });
 }
 
 // Returns the number of (output, input) pairs tried.
@@ -94,6 +121,33 @@ inline int CheckOutputsNamingInputs(LumoExport fn, ArgsFn args) {
         }
     }
     return pairs;
+}
+
+// One export's frame: the library and host allocations of a valid call, the result a failed one
+// leaves (as ResultNumber gives it) and the (output, input) pairs. A failed library allocation
+// leaves every output missing, a failed host allocation every variable as it was.
+struct Frame {
+    const char *name;
+    LumoExport fn;
+    ArgsFn args;
+    long libAllocs, hostAllocs;
+    double failed;
+    int pairs;
+};
+template <size_t N> void CheckFrames(const Frame (&rows)[N]) {
+    for (const Frame &r : rows) {
+        SCOPED_TRACE(r.name);
+        const auto counts = CheckAllocationFailures(r.fn, r.args, r.hostAllocs, [&](const HostCall &c, bool host) {
+            ExpectClose({ResultNumber(c)}, Vec{r.failed}, 0, "result");
+            for (int i = 0; i < c.count; ++i)
+                if (c.isOutput(i)) {
+                    EXPECT_TRUE(host ? c.untouched(i) : HoldsMissing(c, i)) << "output " << i;
+                }
+        });
+        EXPECT_EQ(counts.first, r.libAllocs);
+        EXPECT_EQ(counts.second, r.hostAllocs);
+        EXPECT_EQ(CheckOutputsNamingInputs(r.fn, r.args), r.pairs);
+    }
 }
 
 #endif

@@ -5,9 +5,8 @@
 #include <complex>
 #include <functional>
 
-#include "common/fault.h"
-#include "common/host_call.h"
 #include "common/reference.h"
+#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 #include "special/distributions.h"
 
@@ -148,92 +147,52 @@ TEST(Comfac, ExactCommonFactorGivesZero) {
     EXPECT_GT(c.out(7)[1], 0.01);
 }
 
-TEST(Comfac, BadInput) {
-    using Edit = void (*)(HostCall &);
-    const Vec theta = {0.2, 1.1, -0.28, 1.0, -0.5, 0.1, 0.4, 0.3, -0.2};
-    // status -1 and untouched outputs unless `missing` (then the outputs hold missing values).
-    const struct {
-        const char *what;
-        Edit edit;
-        const char *message;
-        int status;
-        bool missing;
-    } rows[] = {
+void adl22Args(HostCall &c) { adl22(c, {0.2, 1.1, -0.28, 1.0, -0.5, 0.1, 0.4, 0.3, -0.2}, 2); }
+
+TEST(Comfac, BadInputAndFrame) {
+    // Refused: -1, outputs untouched.
+    const BadInput refused[] = {
         // clang-format off
-        {"tolerance an int", [](HostCall &c) { c.num(5, 0); }, "argument 5: double expected, int found", -1, false},
-        {"order a matrix", [](HostCall &c) { c.row(6, {1}); }, "argument 6: int expected, matrix found", -1, false},
-        {"output by value", [](HostCall &c) { c.num(8, 0); }, "argument 8: reference expected, int found", -1, false},
-        {"covariance 8 x 8", [](HostCall &c) { c.mat(1, 8, 8, Vec(64, 0.1)); }, "", -1, false},
-        {"no coefficients", [](HostCall &c) { c.mat(0, 0, 0, {}); }, "", -1, false},
-        {"no lag orders", [](HostCall &c) { c.mat(2, 0, 0, {}); }, "", -1, false},
-        {"negative lag order", [](HostCall &c) { c.row(2, {2, -1, 2}); }, "", -1, false},
-        {"AR order above 16", [](HostCall &c) { c.row(2, {17, 2, 2}); }, "", -1, false},
-        {"AR positions too few", [](HostCall &c) { c.row(3, {1}); }, "", -1, false},
-        {"x positions too many", [](HostCall &c) { c.row(4, {3, 4, 5, 6, 7, 8, 0}); }, "", -1, false},
-        {"position beyond k", [](HostCall &c) { c.row(4, {3, 4, 5, 6, 7, 9}); }, "", -1, false},
-        {"position NaN", [](HostCall &c) { c.row(3, {1, NAN}); }, "", -1, false},
-        {"order 0", [](HostCall &c) { c.num(6, 0); }, "", -1, false},
-        {"reference without target", [](HostCall &c) { LumoValSetRef(&c.args[7], nullptr); }, "", -1, false},
-        {"no AR part", [](HostCall &c) { c.row(2, {0, 2, 2}).mat(3, 0, 0, {}); }, "", 2, true},
-        {"no regressors", [](HostCall &c) { c.row(2, {2}).mat(4, 0, 0, {}); }, "", 2, true},
-        {"NaN coefficient", [](HostCall &c) { c.row(0, {0, 1.1, -0.28, NAN, 0, 0, 0, 0, 0}); }, "", -1, true},
-        {"zero covariance", [](HostCall &c) { c.mat(1, 9, 9, Vec(81, 0.0)); }, "", 0, true},
+        {"tolerance an int", [](HostCall &c) { c.num(5, 0); }, "argument 5: double expected, int found", -1},
+        {"covariance 8 x 8", [](HostCall &c) { c.mat(1, 8, 8, Vec(64, 0.1)); }, "", -1},
+        {"AR order above 16", [](HostCall &c) { c.row(2, {17, 2, 2}); }, "", -1},
+        {"AR positions too few", [](HostCall &c) { c.row(3, {1}); }, "", -1},
+        {"position beyond k", [](HostCall &c) { c.row(4, {3, 4, 5, 6, 7, 9}); }, "", -1},
+        {"order 0", [](HostCall &c) { c.num(6, 0); }, "", -1},
         // clang-format on
     };
-    for (const auto &r : rows) {
+    CheckBadInput(FnComfac, adl22Args, refused);
+    // Run and failed: the code, missing statistics and p-values (degrees of freedom when known).
+    const struct {
+        const char *what;
+        void (*edit)(HostCall &);
+        int status;
+    } failed[] = {
+        {"no AR part",
+         [](HostCall &c) {
+             c.row(2, {0, 2, 2}).mat(3, 0, 0, {});
+         },
+         2},
+        {"NaN coefficient",
+         [](HostCall &c) {
+             c.row(0, {0, 1.1, -0.28, NAN, 0, 0, 0, 0, 0});
+         },
+         -1},
+        {"zero covariance", [](HostCall &c) { c.mat(1, 9, 9, Vec(81, 0.0)); }, 0},
+    };
+    for (const auto &r : failed) {
         SCOPED_TRACE(r.what);
         HostCall c;
-        adl22(c, theta, 2);
+        adl22Args(c);
         r.edit(c);
-        c.preset();
-        EXPECT_EQ(c.invoke(FnComfac), r.message[0] ? 0 : 1);
-        EXPECT_STREQ(LumoHostLastError(), r.message);
+        ASSERT_EQ(c.invoke(FnComfac), 1);
         EXPECT_EQ(c.status(), r.status);
-        if (r.missing) { // the statistics and p-values (degrees of freedom are there when known)
-            EXPECT_TRUE(AllMissing(c.out(7)));
-            const Vec dfp = c.out(8);
-            EXPECT_TRUE(AllMissing(Vec(dfp.begin() + 2, dfp.end())));
-            continue;
-        }
-        for (int i = 7; i <= 8; ++i)
-            if (c.isOutput(i)) {
-                EXPECT_TRUE(c.untouched(i)) << i;
-            }
+        EXPECT_TRUE(HoldsMissing(c, 7));
+        const Vec dfp = c.out(8);
+        EXPECT_TRUE(AllMissing(Vec(dfp.begin() + 2, dfp.end())));
     }
-}
-
-TEST(Comfac, AllocationFailuresAndAliasing) {
-    const Vec theta = {0.2, 1.1, -0.28, 1.0, -0.5, 0.1, 0.4, 0.3, -0.2};
-    HostCall clean, c;
-    adl22(clean, theta, 2);
-    adl22(c, theta, 2);
-    ASSERT_EQ(clean.invoke(FnComfac), 1);
-    // The one library block: -1, missing outputs; each of the four host allocations: -1, both
-    // variables as they were.
-    const long lib = ForEachLibraryAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnComfac), 1);
-        EXPECT_EQ(c.status(), n == 1 ? -1 : 1);
-        EXPECT_EQ(AllMissing(c.out(7)), n == 1);
-    });
-    EXPECT_EQ(lib, 1);
-    const long host = ForEachHostAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnComfac), 1);
-        EXPECT_EQ(c.status(), n <= 4 ? -1 : 1);
-        EXPECT_EQ(c.untouched(7), n <= 4);
-        EXPECT_EQ(c.untouched(8), n <= 4);
-    });
-    EXPECT_EQ(host, 4);
-    for (const int in : {0, 1, 4}) {
-        SCOPED_TRACE(in);
-        HostCall alias;
-        adl22(alias, theta, 2);
-        LumoValSetRef(&alias.args[7], &alias.args[in]);
-        ASSERT_EQ(alias.invoke(FnComfac), 1);
-        EXPECT_EQ(alias.status(), 1);
-        EXPECT_TRUE(SameBits(HostValues(&alias.args[in]), clean.out(7)));
-    }
+    // The one library block, four host allocations: -1.
+    CheckFrames({Frame{"comfac", FnComfac, adl22Args, 1, 4, -1, 2 * 7}});
 }
 
 } // namespace

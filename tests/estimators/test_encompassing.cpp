@@ -7,9 +7,8 @@
 #include <sstream>
 #include <string>
 
-#include "common/fault.h"
-#include "common/host_call.h"
 #include "common/reference.h"
+#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -209,88 +208,22 @@ TEST(Encompassing, NestedModelsAndMissingRows) {
     EXPECT_TRUE(AllMissing(without.out(10)));
 }
 
-TEST(Encompassing, BadInput) {
-    using Edit = void (*)(HostCall &);
-    // status 99: untouched; outputs untouched unless missing.
-    const struct {
-        const char *what;
-        Edit edit;
-        const char *message;
-        int status;
-        bool missing;
-    } rows[] = {
+TEST(Encompassing, BadInputAndFrame) {
+    // Refused: untouched; run and failed: code 0, every output missing.
+    const BadInput rows[] = {
         // clang-format off
-        {"k1 a double", [](HostCall &c) { c.dbl(1, 3); }, "argument 1: int expected, double found", 99, false},
-        {"Z an int", [](HostCall &c) { c.num(4, 1); }, "argument 4: matrix expected, int found", 99, false},
-        {"output by value", [](HostCall &c) { c.num(9, 0); }, "argument 9: reference expected, int found", 99, false},
-        {"k1 = 0", [](HostCall &c) { c.num(1, 0); }, "", 99, false},
-        {"k1 beyond the columns", [](HostCall &c) { c.num(1, 4); }, "", 99, false},
-        {"shared < 0", [](HostCall &c) { c.num(2, -1); }, "", 99, false},
-        {"shared > k1", [](HostCall &c) { c.num(2, 4); }, "", 99, false},
-        {"k2 beyond Z", [](HostCall &c) { c.num(3, 2); }, "", 99, false},
-        {"model 2 without regressors", [](HostCall &c) { c.num(2, 0).num(3, 0); }, "", 99, false},
-        {"first < 0", [](HostCall &c) { c.num(5, -1); }, "", 99, false},
-        {"last < first", [](HostCall &c) { c.num(5, 10).num(6, 9); }, "", 99, false},
-        {"last beyond the data", [](HostCall &c) { c.num(6, 80); }, "", 99, false},
-        {"Z too short", [](HostCall &c) { c.mat(4, 70, 1, Vec(70, 1.0)); }, "", 99, false},
-        {"unknown option", [](HostCall &c) { c.num(7, 2); }, "", 99, false},
-        {"reference without target", [](HostCall &c) { LumoValSetRef(&c.args[10], nullptr); }, "", 99, false},
+        {"k1 a double", [](HostCall &c) { c.dbl(1, 3); }, "argument 1: int expected, double found"},
+        {"shared > k1", [](HostCall &c) { c.num(2, 4); }, ""},
+        {"last beyond the data", [](HostCall &c) { c.num(6, 80); }, ""},
+        {"reference without target", [](HostCall &c) { LumoValSetRef(&c.args[10], nullptr); }, ""},
         {"rows no more than the nesting model's columns", [](HostCall &c) { c.num(6, 3); }, "", 0, true},
         {"an infinite regressor", [](HostCall &c) { static_cast<MATRIX>(c.args[0].data)[5][2] = INFINITY; }, "", 0,
          true},
         // clang-format on
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        HostCall c;
-        macroArgs(c);
-        r.edit(c);
-        c.preset();
-        EXPECT_EQ(c.invoke(FnEncompassing), r.message[0] ? 0 : 1);
-        EXPECT_STREQ(LumoHostLastError(), r.message);
-        EXPECT_EQ(c.status(), r.status);
-        for (int i = 8; i <= 10; ++i) {
-            if (!c.isOutput(i)) continue;
-            if (r.missing) {
-                EXPECT_TRUE(AllMissing(c.out(i))) << i;
-            } else {
-                EXPECT_TRUE(c.untouched(i)) << i;
-            }
-        }
-    }
-}
-
-TEST(Encompassing, AllocationFailuresAndAliasing) {
-    HostCall clean, c;
-    macroArgs(clean);
-    macroArgs(c);
-    ASSERT_EQ(clean.invoke(FnEncompassing), 1);
-    // The one library block: code 0, missing outputs. Each of the six host allocations (three
-    // matrices): code 0, every variable as it was.
-    const long lib = ForEachLibraryAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnEncompassing), 1);
-        EXPECT_EQ(c.status(), n == 1 ? 0 : 1);
-        EXPECT_EQ(AllMissing(c.out(8)), n == 1);
-    });
-    EXPECT_EQ(lib, 1);
-    const long host = ForEachHostAllocationFailure([&](long n) {
-        c.preset();
-        ASSERT_EQ(c.invoke(FnEncompassing), 1);
-        EXPECT_EQ(c.status(), n <= 6 ? 0 : 1);
-        EXPECT_EQ(c.untouched(8), n <= 6);
-        EXPECT_EQ(c.untouched(10), n <= 6);
-    });
-    EXPECT_EQ(host, 6);
-    for (const int in : {0, 4}) {
-        SCOPED_TRACE(in);
-        HostCall alias;
-        macroArgs(alias);
-        LumoValSetRef(&alias.args[8], &alias.args[in]);
-        ASSERT_EQ(alias.invoke(FnEncompassing), 1);
-        EXPECT_EQ(alias.status(), 1);
-        EXPECT_TRUE(SameBits(HostValues(&alias.args[in]), clean.out(8)));
-    }
+    CheckBadInput(FnEncompassing, macroArgs, rows);
+    // The one library block, two host allocations for each of three matrices: code 0.
+    CheckFrames({Frame{"encompassing", FnEncompassing, macroArgs, 1, 6, 0, 3 * 8}});
 }
 
 } // namespace
