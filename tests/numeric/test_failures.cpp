@@ -30,6 +30,7 @@ TEST(NumericFailures, BadArgumentsReturnZeroAndLeaveTheOutput) {
     double *o = f.o(), im[3] = {0, 0, 0};
     const std::function<int()> calls[] = {
         [&] { return FftComplex(o, im, 0, 0); },
+        [&] { return FftReal(x, 0, o, im); },
         [&] { return SeriesPeriodogram(x, 0, o, o); },
         [&] { return SeriesAcf(x, 3, 3, o); },  // maxlag beyond n - 1
         [&] { return SeriesAcf(x, 3, -1, o); }, // negative maxlag
@@ -64,6 +65,8 @@ TEST(NumericFailures, EachAllocationFailureReturnsZeroAndLeavesTheOutput) {
     } rows[] = {
         {"fft 7", [&] { return FftComplex(o, im, 7, 0); }},
         {"fft 97 (Bluestein)", [&] { return FftComplex(o, im, 97, 1); }},
+        {"real fft 400", [&] { return FftReal(x, 400, o, im); }},
+        {"real fft 97 (Bluestein)", [&] { return FftReal(x, 97, o, im); }},
         {"periodogram", [&] { return SeriesPeriodogram(x, 400, o, nullptr); }},
         {"acf direct", [&] { return SeriesAcf(x, 400, 5, o); }},
         {"acf by transforms", [&] { return SeriesAcf(x, 400, 399, o); }},
