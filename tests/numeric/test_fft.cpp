@@ -110,7 +110,7 @@ TEST(Fft, RealInputMatchesComplexTransform) {
 
 TEST(Periodogram, MatchesDirectSumWithSymmetryAndParseval) {
     Lcg rng{3};
-    for (int T : {1, 2, 3, 8, 15, 97, 1009}) {
+    for (int T : {1, 2, 3, 8, 15, 97, 1009, 1000}) {
         std::vector<double> x = rng.draws(T), value(T), freq(T);
         for (int t = 0; t < T; ++t) x[t] += 1000.0 + 0.5 * std::sin(0.3 * t); // a level far above the cycle
         ASSERT_EQ(SeriesPeriodogram(x.data(), T, value.data(), freq.data()), 1);
@@ -131,6 +131,29 @@ TEST(Periodogram, MatchesDirectSumWithSymmetryAndParseval) {
         }
         EXPECT_EQ(value[0], 0.0) << T;
         EXPECT_NEAR(static_cast<double>(total), static_cast<double>(ss / (2 * kPiL)), 1e-12 * static_cast<double>(ss));
+    }
+}
+
+TEST(Periodogram, RealInputPathMatchesComplexTransform) {
+    // even lengths whose half takes four steps (2^18, 3^5 2^10) and an odd one on the complex path
+    Lcg rng{17};
+    for (int T : {262144, 497664, 131073}) {
+        const std::vector<double> x = rng.draws(T);
+        std::vector<double> value(T);
+        ASSERT_EQ(SeriesPeriodogram(x.data(), T, value.data(), nullptr), 1);
+        long double mean = 0;
+        for (double v : x) mean += v;
+        mean /= T;
+        std::vector<double> re(T), im(T, 0.0);
+        for (int t = 0; t < T; ++t) re[t] = static_cast<double>(x[t] - mean);
+        ASSERT_EQ(FftComplex(re.data(), im.data(), T, 0), 1);
+        double err = 0, top = 0;
+        for (int j = 1; j < T; ++j) {
+            const double ref = (re[j] * re[j] + im[j] * im[j]) / (6.283185307179586 * T);
+            top = std::max(top, ref);
+            err = std::max(err, std::fabs(value[j] - ref));
+        }
+        EXPECT_LT(err / top, 1e-13) << "T=" << T;
     }
 }
 
