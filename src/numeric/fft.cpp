@@ -54,10 +54,21 @@ constexpr double kPi = 3.141592653589793;
 // recursion's three arrays no longer fit the second-level cache.
 constexpr size_t kFourStepMin = 65536;
 // Columns gathered (and rows written out) at a time: 8 doubles fill a 64-byte cache line.
-constexpr size_t kBlock = 8;
+constexpr size_t kBlock = 16;
 // A four-step level has at most two distinct row lengths; rows of a length below 2^31 need at
 // most two levels of four steps.
 constexpr int kMaxLevels = 8;
+
+// A hint to fetch the cache line at p ahead of a strided access (write: for writing).
+#if defined(__GNUC__) || defined(__clang__)
+inline void prefetchRead(const void *p) { __builtin_prefetch(p, 0); }
+inline void prefetchWrite(const void *p) { __builtin_prefetch(p, 1); }
+#else
+inline void prefetchRead(const void *) {}
+inline void prefetchWrite(const void *) {}
+#endif
+// Rows ahead of the current one whose lines a strided pass asks for.
+constexpr size_t kAhead = 8;
 
 // Radices of n, fours first, and their count; -1 when a prime factor exceeds kMaxRadix (n = 1 has
 // no factors).
@@ -275,34 +286,49 @@ struct Levels {
 };
 
 // Accessors for the data a transform reads and writes.
+// Accessors for the data a transform reads and writes; fetch asks for the lines of entries
+// i..i+b-1 ahead of a strided pass (reading, or for writing).
+void fetchLines(const double *p, size_t doubles, bool write) {
+    for (size_t d = 0; d < doubles; d += 8) write ? prefetchWrite(p + d) : prefetchRead(p + d);
+}
 struct Packed { // interleaved complex values
     Cx *p;
     Cx get(size_t i) const { return p[i]; }
     void put(size_t i, Cx v) const { p[i] = v; }
+    void fetch(size_t i, size_t b, bool write) const { fetchLines(&p[i].re, 2 * b, write); }
 };
 struct PackedIn {
     const Cx *p;
     Cx get(size_t i) const { return p[i]; }
+    void fetch(size_t i, size_t b, bool write) const { fetchLines(&p[i].re, 2 * b, write); }
 };
 struct Split { // separate real and imaginary arrays; sign -1 conjugates on the way in and out
     double *re, *im;
     double sign;
     Cx get(size_t i) const { return {re[i], sign * im[i]}; }
     void put(size_t i, Cx v) const { re[i] = v.re, im[i] = sign * v.im; }
+    void fetch(size_t i, size_t b, bool write) const { fetchLines(re + i, b, write), fetchLines(im + i, b, write); }
 };
 struct PairsIn { // x_2j + i x_2j+1
     const double *x;
     Cx get(size_t i) const { return {x[2 * i], x[2 * i + 1]}; }
+    void fetch(size_t i, size_t b, bool write) const { fetchLines(x + 2 * i, 2 * b, write); }
 };
 struct RealIn {
     const double *x;
     Cx get(size_t i) const { return {x[i], 0.0}; }
+    void fetch(size_t i, size_t b, bool write) const { fetchLines(x + i, b, write); }
 };
 struct HalfOut { // entries 0..last only
     double *re, *im;
     size_t last;
     void put(size_t i, Cx v) const {
         if (i <= last) re[i] = v.re, im[i] = v.im;
+    }
+    void fetch(size_t i, size_t b, bool write) const {
+        if (i > last) return;
+        if (b > last + 1 - i) b = last + 1 - i;
+        fetchLines(re + i, b, write), fetchLines(im + i, b, write);
     }
 };
 
@@ -334,8 +360,10 @@ template <class Src, class Dst> void run(const Level &L, Src src, Dst dst) {
     // W_n^(j2 k1) and put back in their places in mid.
     for (size_t j0 = 0; j0 < n2; j0 += kBlock) {
         const size_t b = n2 - j0 < kBlock ? n2 - j0 : kBlock;
-        for (size_t j1 = 0; j1 < n1; ++j1)
+        for (size_t j1 = 0; j1 < n1; ++j1) {
+            if (j1 + kAhead < n1) src.fetch((j1 + kAhead) * n2 + j0, b, false);
             for (size_t c = 0; c < b; ++c) L.in[c * n1 + j1] = src.get(j1 * n2 + j0 + c);
+        }
         for (size_t c = 0; c < b; ++c) {
             Cx *row = L.out + c * n1;
             rowTransform(*L.sub1, L.in + c * n1, row);
@@ -347,15 +375,19 @@ template <class Src, class Dst> void run(const Level &L, Src src, Dst dst) {
                 if (m >= n) m -= n;
             }
         }
-        for (size_t k1 = 0; k1 < n1; ++k1)
+        for (size_t k1 = 0; k1 < n1; ++k1) {
+            if (k1 + kAhead < n1) fetchLines(&L.mid[(k1 + kAhead) * n2 + j0].re, 2 * b, true);
             for (size_t c = 0; c < b; ++c) L.mid[k1 * n2 + j0 + c] = L.out[c * n1 + k1];
+        }
     }
     // Rows k1 (length n2), kBlock at a time; X[k1 + n1 k2] is entry k2 of row k1.
     for (size_t k0 = 0; k0 < n1; k0 += kBlock) {
         const size_t b = n1 - k0 < kBlock ? n1 - k0 : kBlock;
         for (size_t c = 0; c < b; ++c) rowTransform(*L.sub2, L.mid + (k0 + c) * n2, L.out + c * n2);
-        for (size_t k2 = 0; k2 < n2; ++k2)
+        for (size_t k2 = 0; k2 < n2; ++k2) {
+            if (k2 + kAhead < n2) dst.fetch(k0 + n1 * (k2 + kAhead), b, true);
             for (size_t c = 0; c < b; ++c) dst.put(k0 + c + n1 * k2, L.out[c * n2 + k2]);
+        }
     }
 }
 
