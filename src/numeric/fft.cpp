@@ -55,7 +55,7 @@ constexpr double kPi = 3.141592653589793;
 constexpr size_t kFourStepMin = 65536;
 // Columns gathered (and rows written out) at a time. Each visit to a row far away in memory costs a
 // page-table look-up; 32 entries (4 cache lines of each real array) spread it, where 8 lost a
-// third of the time at 2^20, and the two blocks of 32 rows stay within the second-level cache.
+// third of the time at 2^20, and a block of 32 rows stays within the second-level cache.
 constexpr size_t kBlock = 32;
 // A four-step level has at most two distinct row lengths; rows of a length below 2^31 need at
 // most two levels of four steps.
@@ -229,7 +229,7 @@ struct Level {
     int fac[kMaxFactors];
     Cx *tw = nullptr, *tmp = nullptr;  // leaf: W_n^j and the generic radix's temporaries
     Cx *mid = nullptr, *out = nullptr; // four-step: n and kBlock rows; a leaf at the top: n each
-    Cx *in = nullptr;                  // four-step: kBlock rows of gathered columns
+    Cx *row = nullptr;                 // four-step: one row transformed
     PowerTable w;                      // four-step: W_n^(j2 k1)
     const Level *sub1 = nullptr, *sub2 = nullptr;
 };
@@ -273,8 +273,8 @@ struct Levels {
         size_t rows = 0;
         if (!KvSizeMul(kBlock, L.n2 + kRowPad, &rows)) rows = static_cast<size_t>(-1);
         L.mid = c.take<Cx>(n);
-        L.in = c.take<Cx>(rows);
         L.out = c.take<Cx>(rows);
+        L.row = c.take<Cx>(L.n2);
         L.sub1 = carve(c, L.n1, false);
         L.sub2 = L.n2 == L.n1 ? L.sub1 : carve(c, L.n2, false);
         return &L;
@@ -367,15 +367,16 @@ template <class Src, class Dst> void run(const Level &L, Src src, Dst dst) {
         const size_t b = n2 - j0 < kBlock ? n2 - j0 : kBlock;
         for (size_t j1 = 0; j1 < n1; ++j1) {
             if (j1 + kAhead < n1) src.fetch((j1 + kAhead) * n2 + j0, b, false);
-            for (size_t c = 0; c < b; ++c) L.in[c * s1 + j1] = src.get(j1 * n2 + j0 + c);
+            for (size_t c = 0; c < b; ++c) L.out[c * s1 + j1] = src.get(j1 * n2 + j0 + c);
         }
         for (size_t c = 0; c < b; ++c) {
-            Cx *row = L.out + c * s1;
-            rowTransform(*L.sub1, L.in + c * s1, row);
+            Cx *col = L.out + c * s1;
+            rowTransform(*L.sub1, col, L.row);
+            col[0] = L.row[0];
             const uint64_t step = j0 + c;
             uint64_t m = step;
             for (size_t k1 = 1; k1 < n1; ++k1) {
-                row[k1] = mul(row[k1], L.w.at(m));
+                col[k1] = mul(L.row[k1], L.w.at(m));
                 m += step;
                 if (m >= n) m -= n;
             }
