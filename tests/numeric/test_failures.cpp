@@ -3,6 +3,7 @@
 // runs these).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <vector>
@@ -91,6 +92,26 @@ TEST(NumericFailures, EachAllocationFailureReturnsZeroAndLeavesTheOutput) {
             return status;
         };
         EXPECT_EQ(StatusesUnderAllocationFailure(call), (std::vector<int>{0, 1})) << row.name;
+    }
+}
+
+TEST(NumericFailures, LongTransformsUnderAllocationFailureLeaveTheData) {
+    // four steps (2^16), Bluestein on four steps (65537, prime), the real transform of 2^17
+    const std::vector<double> x = Lcg{9}.draws(131072);
+    for (int n : {65536, 65537, 131072}) {
+        std::vector<double> re, im;
+        const auto call = [&] {
+            re.assign(x.begin(), x.begin() + n);
+            im.assign(n, 0.5);
+            const int status =
+                n == 131072 ? FftReal(x.data(), n, re.data(), im.data()) : FftComplex(re.data(), im.data(), n, 0);
+            if (status == 0) {
+                EXPECT_TRUE(std::equal(re.begin(), re.end(), x.begin())) << n;
+                EXPECT_EQ(im, std::vector<double>(n, 0.5)) << n;
+            }
+            return status;
+        };
+        EXPECT_EQ(StatusesUnderAllocationFailure(call), (std::vector<int>{0, 1})) << n;
     }
 }
 
