@@ -1,6 +1,8 @@
 // Autocovariances either directly (one inner product per lag, KvDot's eight lanes) or, for many
 // lags, as the inverse transform of the squared modulus of the zero-padded transform (Wiener and
-// Khinchin; the padding to M >= 2T - 1 turns the cyclic correlation into the linear one). The
+// Khinchin; the padding to M >= 2T - 1 turns the cyclic correlation into the linear one). M is
+// even and both transforms take real input (the second a real, even sequence, whose inverse
+// transform is its forward one over M), so each costs one complex transform of length M/2. The
 // transform route has an absolute error of order eps log M times c_0 on every lag, the direct one
 // a relative error per lag; divided by c_0 both are within a few eps log M of the exact r_k.
 // Partial autocorrelations: the Durbin-Levinson recursion (Durbin 1960; Brockwell and Davis 1991,
@@ -19,21 +21,23 @@ namespace {
 // Work out whether maxlag lags are cheaper through transforms of length M; M is 0 for direct sums.
 int transformLength(int n, int maxlag) {
     if (maxlag < 32 || n > 1073741824) return 0;
-    const int M = FftGoodSize(2 * n - 1);
-    if (M == 0) return 0;
+    const int half = FftGoodSize(n);
+    if (half == 0 || half > 1073741823) return 0;
+    const int M = 2 * half;
     const double direct = (maxlag + 1.0) * (n - maxlag / 2.0);
-    const double viaTransform = 8.0 * M * std::log2(static_cast<double>(M));
+    const double viaTransform = 4.0 * M * std::log2(static_cast<double>(M));
     return viaTransform < direct ? M : 0;
 }
 
-// Doubles of scratch the autocorrelations need (0 on overflow; n >= 1).
+// Doubles of scratch the autocorrelations need (0 on overflow; n >= 1): the padded series, the
+// transform's half spectrum and its scratch.
 size_t acfScratchDoubles(int n, int maxlag) {
     const int M = transformLength(n, maxlag);
     if (M == 0) return static_cast<size_t>(n);
-    const size_t fft = FftScratchDoubles(M);
-    const size_t two = 2 * static_cast<size_t>(M);
-    if (fft == 0 || fft > static_cast<size_t>(-1) - two) return 0;
-    return two + fft;
+    const size_t fft = FftRealScratchDoubles(M);
+    const size_t arrays = 2 * static_cast<size_t>(M) + 2;
+    if (fft == 0 || fft > static_cast<size_t>(-1) - arrays) return 0;
+    return arrays + fft;
 }
 
 // All values equal: no variation to correlate.
@@ -62,16 +66,15 @@ bool autocorrelations(const double *x, int n, int maxlag, double *r, double *wor
         for (int k = 1; k <= maxlag; ++k) r[k] = KvDot(d, d + k, n - k) / c0;
         return true;
     }
-    double *re = work, *im = work + M, *fft = work + 2 * static_cast<size_t>(M);
-    for (int t = 0; t < n; ++t) re[t] = x[t] - mean;
-    for (int t = n; t < M; ++t) re[t] = 0.0;
-    for (int t = 0; t < M; ++t) im[t] = 0.0;
-    FftComplexWork(re, im, M, 0, fft);
-    for (int j = 0; j < M; ++j) {
-        re[j] = re[j] * re[j] + im[j] * im[j];
-        im[j] = 0.0;
-    }
-    FftComplexWork(re, im, M, 1, fft);
+    const size_t half = static_cast<size_t>(M) / 2;
+    double *pad = work, *re = pad + M, *im = re + half + 1, *fft = im + half + 1;
+    for (int t = 0; t < n; ++t) pad[t] = x[t] - mean;
+    for (int t = n; t < M; ++t) pad[t] = 0.0;
+    FftRealWork(pad, M, re, im, fft);
+    // |X_j|^2, a real sequence even about 0 and M/2, laid out whole.
+    for (size_t j = 0; j <= half; ++j) pad[j] = re[j] * re[j] + im[j] * im[j];
+    for (size_t j = 1; j < half; ++j) pad[M - j] = pad[j];
+    FftRealWork(pad, M, re, im, fft);
     for (int k = 1; k <= maxlag; ++k) r[k] = re[k] / re[0];
     return true;
 }

@@ -3,6 +3,7 @@
 // runs these).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <vector>
@@ -30,6 +31,7 @@ TEST(NumericFailures, BadArgumentsReturnZeroAndLeaveTheOutput) {
     double *o = f.o(), im[3] = {0, 0, 0};
     const std::function<int()> calls[] = {
         [&] { return FftComplex(o, im, 0, 0); },
+        [&] { return FftReal(x, 0, o, im); },
         [&] { return SeriesPeriodogram(x, 0, o, o); },
         [&] { return SeriesAcf(x, 3, 3, o); },  // maxlag beyond n - 1
         [&] { return SeriesAcf(x, 3, -1, o); }, // negative maxlag
@@ -64,6 +66,8 @@ TEST(NumericFailures, EachAllocationFailureReturnsZeroAndLeavesTheOutput) {
     } rows[] = {
         {"fft 7", [&] { return FftComplex(o, im, 7, 0); }},
         {"fft 97 (Bluestein)", [&] { return FftComplex(o, im, 97, 1); }},
+        {"real fft 400", [&] { return FftReal(x, 400, o, im); }},
+        {"real fft 97 (Bluestein)", [&] { return FftReal(x, 97, o, im); }},
         {"periodogram", [&] { return SeriesPeriodogram(x, 400, o, nullptr); }},
         {"acf direct", [&] { return SeriesAcf(x, 400, 5, o); }},
         {"acf by transforms", [&] { return SeriesAcf(x, 400, 399, o); }},
@@ -88,6 +92,26 @@ TEST(NumericFailures, EachAllocationFailureReturnsZeroAndLeavesTheOutput) {
             return status;
         };
         EXPECT_EQ(StatusesUnderAllocationFailure(call), (std::vector<int>{0, 1})) << row.name;
+    }
+}
+
+TEST(NumericFailures, LongTransformsUnderAllocationFailureLeaveTheData) {
+    // four steps (2^16), Bluestein on four steps (65537, prime), the real transform of 2^17
+    const std::vector<double> x = Lcg{9}.draws(131072);
+    for (int n : {65536, 65537, 131072}) {
+        std::vector<double> re, im;
+        const auto call = [&] {
+            re.assign(x.begin(), x.begin() + n);
+            im.assign(n, 0.5);
+            const int status =
+                n == 131072 ? FftReal(x.data(), n, re.data(), im.data()) : FftComplex(re.data(), im.data(), n, 0);
+            if (status == 0) {
+                EXPECT_TRUE(std::equal(re.begin(), re.end(), x.begin())) << n;
+                EXPECT_EQ(im, std::vector<double>(n, 0.5)) << n;
+            }
+            return status;
+        };
+        EXPECT_EQ(StatusesUnderAllocationFailure(call), (std::vector<int>{0, 1})) << n;
     }
 }
 
