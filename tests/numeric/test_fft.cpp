@@ -104,7 +104,9 @@ TEST(Fft, RealInputMatchesComplexTransform) {
         }
         EXPECT_LT(err / norm, 2e-14) << "n=" << n;
         EXPECT_EQ(hi[0], 0.0) << "n=" << n;
-        if (n % 2 == 0) EXPECT_EQ(hi[n / 2], 0.0) << "n=" << n;
+        if (n % 2 == 0) {
+            EXPECT_EQ(hi[n / 2], 0.0) << "n=" << n;
+        }
     }
 }
 
