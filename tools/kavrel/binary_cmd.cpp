@@ -22,6 +22,7 @@ const OptionRule kOptions[] = {
     {"--y", "Y", "the outcome: 0 or 1 (probit), 0, 1, ..., m-1 (logit)"},
     {"--x", "X1,X2,...", "the regressors"},
     {"--no-const", nullptr, "no constant term (one is added by default)"},
+    {"--out", "FILE", "the fitted probabilities as CSV"},
     {"--json", nullptr, "print the results as one JSON object"},
     {"--help", nullptr, "this text"},
 };
@@ -96,6 +97,12 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     report->title = std::string(logit ? (d.m > 2 ? "Multinomial logit" : "Logit") : "Probit") + " of " + data.names[0] +
                     (logit && d.m > 2 ? " (category 0 the base)" : "");
     report->loglik = res.value, report->nobs = d.n, report->residualDf = 0, report->converged = status == OPT_CONVERGED;
+    const int categories = logit ? d.m : 2;
+    for (int c = 0; c < categories && static_cast<int>(d.prob.size()) == d.n * categories; ++c) {
+        Vec p(d.n);
+        for (int t = 0; t < d.n; ++t) p[t] = d.prob[static_cast<size_t>(t) * categories + c];
+        report->seriesNames.push_back("p" + std::to_string(c)), report->series.push_back(p);
+    }
     // Average marginal effects of the regressors on each category's probability.
     if (logit) {
         ToolCall deriv;
@@ -147,7 +154,7 @@ namespace {
 
 int run(int argc, char **argv, bool logit) {
     const CommandSpec spec{logit ? "logit" : "probit",
-                           "--data FILE --y Y --x X1,X2,... [--no-const] [--json]",
+                           "--data FILE --y Y --x X1,X2,... [--no-const] [--out FILE] [--json]",
                            kOptions,
                            kOptionCount,
                            {"--data", "--y", "--x"}};

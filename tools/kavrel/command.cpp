@@ -34,6 +34,40 @@ int CommandStart(const CommandSpec &spec, int argc, char **argv, ParsedOptions *
     return -1;
 }
 
+namespace {
+
+// The report's series as CSV: "period,name,..." then one line per observation, missing as ".".
+bool writeSeries(const std::string &path, const Report &r, const Database *db, const Columns &data,
+                 std::string *error) {
+    std::FILE *f = std::fopen(path.c_str(), "w");
+    if (!f) {
+        *error = "cannot write " + path;
+        return false;
+    }
+    std::fprintf(f, "period");
+    for (const std::string &n : r.seriesNames) std::fprintf(f, ",%s", n.c_str());
+    std::fprintf(f, "\n");
+    size_t rows = 0;
+    for (const Vec &v : r.series) rows = std::max(rows, v.size());
+    for (size_t t = 0; t < rows; ++t) {
+        std::fprintf(f, "%s", PeriodText(db, data.first + r.seriesFirst + static_cast<int>(t)).c_str());
+        for (const Vec &v : r.series) {
+            if (t < v.size() && std::isfinite(v[t]))
+                std::fprintf(f, ",%.17g", v[t]);
+            else
+                std::fprintf(f, ",.");
+        }
+        std::fprintf(f, "\n");
+    }
+    if (std::fclose(f) != 0) {
+        *error = "cannot write " + path;
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
 int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const Estimation &estimate,
                          const Afterwards &after) {
     ParsedOptions opt;
@@ -56,7 +90,9 @@ int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const E
             status = CommandFail(spec.name, error);
         } else {
             PrintResult(opt, report);
-            if (after && !after(opt, db, data, &error))
+            if (opt.has("--out") && !report.series.empty() && !writeSeries(opt.get("--out"), report, db, data, &error))
+                status = CommandFail(spec.name, error);
+            else if (after && !after(opt, db, data, &error))
                 status = CommandFail(spec.name, error);
             else if (!report.converged)
                 status = EXIT_FAULTS;

@@ -22,13 +22,14 @@ const OptionRule kOptions[] = {
     {"--x", "X1,X2,...", "the regressors"},
     {"--negbin", nullptr, "negative binomial (NB2) instead of Poisson"},
     {"--no-const", nullptr, "no constant term (one is added by default)"},
+    {"--out", "FILE", "the fitted means and variances as CSV"},
     {"--json", nullptr, "print the results as one JSON object"},
     {"--help", nullptr, "this text"},
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
 
 const CommandSpec kSpec{"count",
-                        "--data FILE --y Y --x X1,X2,... [--negbin] [--no-const] [--json]",
+                        "--data FILE --y Y --x X1,X2,... [--negbin] [--no-const] [--out FILE] [--json]",
                         kOptions,
                         kOptionCount,
                         {"--data", "--y", "--x"}};
@@ -84,6 +85,16 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
     report->loglik = res.value, report->nobs = n, report->residualDf = 0;
     report->converged = status == OPT_CONVERGED;
     if (negbin) report->stats = {{"alpha", std::exp(b[p - 1])}};
+    ToolCall fitted;
+    fitted.col(0, b).col(1, y).mat(2, n, k, X).num(3, negbin ? 1 : 0).num(4, 0).num(5, n - 1).dbl(6, 1.0);
+    fitted.num(7, 0).num(8, 0).ref(9).num(10, 0).num(11, 0);
+    const Vec mv = fitted.invoke(FnCountRz) ? fitted.out(9) : Vec();
+    if (static_cast<int>(mv.size()) == 2 * n) {
+        Vec mean(n), var(n);
+        for (int t = 0; t < n; ++t)
+            mean[t] = mv[2 * static_cast<size_t>(t)], var[t] = mv[2 * static_cast<size_t>(t) + 1];
+        report->seriesNames = {"mean", "variance"}, report->series = {mean, var};
+    }
     return true;
 }
 

@@ -28,6 +28,7 @@ const OptionRule kOptions[] = {
     {"--q", "Q", "lagged squared residuals, or news terms for EGARCH (default 1)"},
     {"--egarch", nullptr, "Nelson's EGARCH in place of GARCH"},
     {"--in-mean", "KIND", "a variance term in the mean: h, sqrt or log"},
+    {"--out", "FILE", "the conditional variances and residuals as CSV"},
     {"--json", nullptr, "print the results as one JSON object"},
     {"--help", nullptr, "this text"},
 };
@@ -288,12 +289,18 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
         line += buf;
     }
     report->lines = {line};
+    Vec ll, h, u;
+    if (observationLoglik(m, b.data(), &ll, &h, &u)) {
+        if (o.egarch)
+            for (double &v : h) v = std::exp(v);
+        report->seriesNames = {"variance", "residual"}, report->series = {h, u};
+    }
     return true;
 }
 
 int RunGarchCommand(int argc, char **argv) {
     const CommandSpec spec{"garch",
-                           "--data FILE --y R [--p P --q Q] [--egarch] [--in-mean h|sqrt|log] [--json]",
+                           "--data FILE --y R [--p P --q Q] [--egarch] [--in-mean h|sqrt|log] [--out FILE] [--json]",
                            kOptions,
                            kOptionCount,
                            {"--data", "--y"}};

@@ -28,6 +28,7 @@ const OptionRule kOptions[] = {
     {"--regimes", "M", "number of regimes (default 2)"},
     {"--ar", "P", "autoregressive terms (default 0)"},
     {"--plot", "FILE", "the smoothed regime probabilities (.png or .svg)"},
+    {"--out", "FILE", "the smoothed regime probabilities as CSV"},
     {"--json", nullptr, "print the results as one JSON object"},
     {"--help", nullptr, "this text"},
 };
@@ -191,6 +192,12 @@ bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *
         smooth.mat(0, T - p, M, filtered).mat(1, M, M, out->P).ref(2).ref(3);
         if (smooth.invoke(FnSmoothMS) && smooth.resultIsInt() && smooth.resultInt() == 1) out->smoothed = smooth.out(2);
     }
+    r.seriesFirst = p;
+    for (int j = 0; j < M && static_cast<int>(out->smoothed.size()) == (T - p) * M; ++j) {
+        Vec prob(T - p);
+        for (int t = 0; t < T - p; ++t) prob[t] = out->smoothed[static_cast<size_t>(t) * M + j];
+        r.seriesNames.push_back("regime" + std::to_string(j + 1)), r.series.push_back(prob);
+    }
     return true;
 }
 
@@ -211,7 +218,7 @@ bool PlotMs(const std::string &path, const MsResults &r, const Columns &data, co
 int RunMsCommand(int argc, char **argv) {
     MsResults res; // filled by the estimation, used by what follows it
     const CommandSpec spec{"ms",
-                           "--data FILE --y Y [--regimes M] [--ar P] [--plot FILE] [--json]",
+                           "--data FILE --y Y [--regimes M] [--ar P] [--plot FILE] [--out FILE] [--json]",
                            kOptions,
                            kOptionCount,
                            {"--data", "--y"}};

@@ -26,6 +26,11 @@ struct Report {
     // Further lines after the table (a transition matrix, a fitted table) and the same as JSON
     // members ("\"name\": value", value already JSON).
     std::vector<std::string> lines, json;
+    // Series over the observations, from data observation seriesFirst on, that --out writes as
+    // CSV beside their periods (fitted values, variances, probabilities).
+    std::vector<std::string> seriesNames;
+    std::vector<Vec> series;
+    int seriesFirst = 0;
 };
 
 void PrintReport(std::FILE *out, const Report &r);
