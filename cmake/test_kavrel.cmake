@@ -120,3 +120,8 @@ file(REMOVE ${WORK}/garch.csv)
 run_case("garch out" 0 garch --data ${SOURCE}/examples/dem2gbp.csv --y dem2gbp --out ${WORK}/garch.csv)
 file(READ ${WORK}/garch.csv written)
 expect_text("garch out" "${written}" "period,variance,residual\n1,0.22284180")
+
+# kavrel ms end to end: two regimes of the DEM/GBP returns' mean and variance.
+run_case("ms" 0 ms --data ${SOURCE}/examples/dem2gbp.csv --y dem2gbp --json)
+expect_text("ms" "${out}" "\"transition\": [[")
+expect_text("ms" "${out}" "\"durations\": [")
