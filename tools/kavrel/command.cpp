@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "commands.h"
 #include "database/database.h"
 #include "numeric/optimize.h"
@@ -100,6 +102,19 @@ int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const E
     }
     DbFree(db);
     return status;
+}
+
+OptSettings CommandSettings() {
+    OptSettings s = OptDefaultSettings();
+    if (isatty(2))
+        s.progress = [](void *, int iteration, double f, double relGradient) {
+            std::fprintf(stderr, "\riteration %3d  objective %.10g  relative gradient %.2e", iteration, f, relGradient);
+        };
+    return s;
+}
+
+void ProgressDone(const OptSettings &s) {
+    if (s.progress) std::fprintf(stderr, "\n");
 }
 
 bool ExportLikelihood::at(const double *b, int p) {

@@ -40,6 +40,11 @@ int CommandStart(const CommandSpec &spec, int argc, char **argv, ParsedOptions *
 int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const Estimation &estimate,
                          const Afterwards &after = nullptr);
 
+// The optimiser's settings for a command's estimation: the defaults, and when standard error is
+// a terminal each iteration shown there on one line that rewrites itself; ProgressDone ends it.
+struct OptSettings CommandSettings();
+void ProgressDone(const struct OptSettings &s);
+
 // The optimiser's view of an export that gives the log-likelihood, the score and the
 // information in one call: the last call is kept, since the optimiser asks for the three at
 // the same point one after the other.

@@ -39,7 +39,7 @@ bool EstimateNls(const Database *db, const std::string &model, const std::string
 // data.names[0]; with inMean 1, 2 or 3 a term delta h, delta sqrt(h) or delta log h in the mean.
 struct GarchOptions {
     int p = 1, q = 1, inMean = 0;
-    bool egarch = false, progress = false;
+    bool egarch = false;
 };
 bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, std::string *error);
 

@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include <unistd.h>
-
 #include "command.h"
 #include "commands.h"
 #include "database/database.h"
@@ -222,15 +220,11 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
     // Analytic scores for plain GARCH; differences of the likelihood otherwise.
     const bool analytic = !o.egarch && !o.inMean;
     const OptProblem problem{&m, analytic ? analyticLoglik : loglik, analytic ? loglikGradient : nullptr, nullptr};
-    OptSettings s = OptDefaultSettings();
+    OptSettings s = CommandSettings();
     s.gradientTol = 1e-9;
-    if (o.progress)
-        s.progress = [](void *, int it, double f, double g) {
-            std::fprintf(stderr, "\riteration %3d  log-likelihood %.8g  relative gradient %.2e", it, f, g);
-        };
     OptResult res{};
     const int status = OptMaximizeBfgs(problem, b.data(), n, s, &res);
-    if (o.progress) std::fprintf(stderr, "\n");
+    ProgressDone(s);
     if (status == OPT_FAILED) {
         *error = "the likelihood cannot be evaluated at the starting values";
         return false;
@@ -316,7 +310,6 @@ int RunGarchCommand(int argc, char **argv) {
                 *error = "bad --in-mean " + kind + " (h, sqrt or log)";
                 return false;
             }
-            o.progress = isatty(2) != 0;
             return EstimateGarch(data, o, r, error);
         });
 }

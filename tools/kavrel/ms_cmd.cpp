@@ -129,7 +129,9 @@ bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *
     for (int k = 0; k < M * (M - 1); ++k) b[2 * M + p + k] = std::log(0.1 / (M - 1) / 0.9);
     const OptProblem problem{&m, loglik, nullptr, nullptr};
     OptResult res{};
-    const int status = OptMaximizeBfgs(problem, b.data(), n, OptDefaultSettings(), &res);
+    const OptSettings settings = CommandSettings();
+    const int status = OptMaximizeBfgs(problem, b.data(), n, settings, &res);
+    ProgressDone(settings);
     if (status == OPT_FAILED) {
         *error = "the likelihood cannot be evaluated at the starting values";
         return false;

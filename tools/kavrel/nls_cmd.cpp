@@ -104,7 +104,9 @@ bool EstimateNls(const Database *db, const std::string &model, const std::string
         for (int j = 0; j < n; ++j) rows.push_back(&covBlock[static_cast<size_t>(j) * n]);
         OptResult res{};
         const OptResiduals problem{&m, nobs, residuals, nullptr};
-        const int status = OptLeastSquares(problem, b.data(), n, OptDefaultSettings(), &res, rows.data());
+        const OptSettings settings = CommandSettings();
+        const int status = OptLeastSquares(problem, b.data(), n, settings, &res, rows.data());
+        ProgressDone(settings);
         if (status == OPT_FAILED) {
             *error = "the model cannot be evaluated at its starting values";
             ok = false;
