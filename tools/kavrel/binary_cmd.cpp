@@ -153,13 +153,13 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
 namespace {
 
 int run(int argc, char **argv, bool logit) {
-    const CommandSpec spec{logit ? "logit" : "probit",
-                           "--data FILE --y Y --x X1,X2,... [--no-const] [--out FILE] [--json]",
-                           kOptions,
-                           kOptionCount,
-                           {"--data", "--y", "--x"}};
+    const CommandInfo command{logit ? "logit" : "probit",
+                              "--data FILE --y Y --x X1,X2,... [--no-const] [--out FILE] [--json]",
+                              kOptions,
+                              kOptionCount,
+                              {"--data", "--y", "--x"}};
     return RunEstimationCommand(
-        spec, argc, argv,
+        command, argc, argv,
         [logit](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
             return EstimateDiscrete(data, logit, !opt.has("--no-const"), r, error);
         });

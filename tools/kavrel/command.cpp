@@ -22,17 +22,18 @@ void PrintResult(const ParsedOptions &opt, const Report &report) {
         PrintReport(stdout, report);
 }
 
-int CommandStart(const CommandSpec &spec, int argc, char **argv, ParsedOptions *opt, bool positional) {
-    *opt = ParseOptions(argc, argv, 1, spec.rules, spec.ruleCount);
-    if (!opt->error.empty()) return CommandFail(spec.name, opt->error);
+int CommandStart(const CommandInfo &command, int argc, char **argv, ParsedOptions *opt, bool positional) {
+    *opt = ParseOptions(argc, argv, 1, command.rules, command.ruleCount);
+    if (!opt->error.empty()) return CommandFail(command.name, opt->error);
     if (opt->has("--help")) {
-        std::printf("usage: kavrel %s %s\n\n%s", spec.name, spec.usage, OptionHelp(spec.rules, spec.ruleCount).c_str());
+        std::printf("usage: kavrel %s %s\n\n%s", command.name, command.usage,
+                    OptionHelp(command.rules, command.ruleCount).c_str());
         return EXIT_CLEAN;
     }
     if (!positional && !opt->positional.empty())
-        return CommandFail(spec.name, "unexpected argument " + opt->positional[0]);
-    for (const char *required : spec.required)
-        if (!opt->has(required)) return CommandFail(spec.name, std::string(required) + " is required");
+        return CommandFail(command.name, "unexpected argument " + opt->positional[0]);
+    for (const char *required : command.required)
+        if (!opt->has(required)) return CommandFail(command.name, std::string(required) + " is required");
     return -1;
 }
 
@@ -70,14 +71,14 @@ bool writeSeries(const std::string &path, const Report &r, const Database *db, c
 
 } // namespace
 
-int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const Estimation &estimate,
+int RunEstimationCommand(const CommandInfo &command, int argc, char **argv, const Estimation &estimate,
                          const Afterwards &after) {
     ParsedOptions opt;
-    const int started = CommandStart(spec, argc, argv, &opt);
+    const int started = CommandStart(command, argc, argv, &opt);
     if (started >= 0) return started;
     std::string error;
     Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return CommandFail(spec.name, error);
+    if (!db) return CommandFail(command.name, error);
     std::vector<std::string> names;
     if (opt.has("--x")) names.push_back(opt.get("--y"));
     for (const std::string &n : SplitNames(opt.get(opt.has("--x") ? "--x" : "--y"))) names.push_back(n);
@@ -85,17 +86,17 @@ int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const E
     Report report;
     int status = EXIT_CLEAN;
     if (!SelectColumns(db, names, &data, &error)) {
-        status = CommandFail(spec.name, error);
+        status = CommandFail(command.name, error);
     } else {
         report.sample = PeriodText(db, data.first) + " - " + PeriodText(db, data.last);
         if (!estimate(opt, db, data, &report, &error)) {
-            status = CommandFail(spec.name, error);
+            status = CommandFail(command.name, error);
         } else {
             PrintResult(opt, report);
             if (opt.has("--out") && !report.series.empty() && !writeSeries(opt.get("--out"), report, db, data, &error))
-                status = CommandFail(spec.name, error);
+                status = CommandFail(command.name, error);
             else if (after && !after(opt, db, data, &error))
-                status = CommandFail(spec.name, error);
+                status = CommandFail(command.name, error);
             else if (!report.converged)
                 status = EXIT_FAULTS;
         }

@@ -14,7 +14,7 @@
 
 struct Database;
 
-struct CommandSpec {
+struct CommandInfo {
     const char *name;  // "count"
     const char *usage; // the options after "kavrel NAME", for --help
     const OptionRule *rules;
@@ -34,10 +34,10 @@ int CommandFail(const char *name, const std::string &what);
 // The report, or its JSON form with --json.
 void PrintResult(const ParsedOptions &opt, const Report &report);
 // Parses, answers --help, checks the required options; -1 to go on, else the status to return.
-int CommandStart(const CommandSpec &spec, int argc, char **argv, ParsedOptions *opt, bool positional = false);
+int CommandStart(const CommandInfo &command, int argc, char **argv, ParsedOptions *opt, bool positional = false);
 // The whole command: the variables are --y followed by the names of --x, or the names of --y
 // when the command has no --x.
-int RunEstimationCommand(const CommandSpec &spec, int argc, char **argv, const Estimation &estimate,
+int RunEstimationCommand(const CommandInfo &command, int argc, char **argv, const Estimation &estimate,
                          const Afterwards &after = nullptr);
 
 // The optimiser's settings for a command's estimation: the defaults, and when standard error is

@@ -28,7 +28,7 @@ const OptionRule kOptions[] = {
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
 
-const CommandSpec kSpec{"count",
+const CommandInfo kSpec{"count",
                         "--data FILE --y Y --x X1,X2,... [--negbin] [--no-const] [--out FILE] [--json]",
                         kOptions,
                         kOptionCount,

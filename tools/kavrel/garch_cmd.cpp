@@ -293,13 +293,13 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
 }
 
 int RunGarchCommand(int argc, char **argv) {
-    const CommandSpec spec{"garch",
-                           "--data FILE --y R [--p P --q Q] [--egarch] [--in-mean h|sqrt|log] [--out FILE] [--json]",
-                           kOptions,
-                           kOptionCount,
-                           {"--data", "--y"}};
+    const CommandInfo command{"garch",
+                              "--data FILE --y R [--p P --q Q] [--egarch] [--in-mean h|sqrt|log] [--out FILE] [--json]",
+                              kOptions,
+                              kOptionCount,
+                              {"--data", "--y"}};
     return RunEstimationCommand(
-        spec, argc, argv,
+        command, argc, argv,
         [](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
             GarchOptions o;
             o.p = std::atoi(opt.get("--p", "1").c_str()), o.q = std::atoi(opt.get("--q", "1").c_str());

@@ -219,13 +219,13 @@ bool PlotMs(const std::string &path, const MsResults &r, const Columns &data, co
 
 int RunMsCommand(int argc, char **argv) {
     MsResults res; // filled by the estimation, used by what follows it
-    const CommandSpec spec{"ms",
-                           "--data FILE --y Y [--regimes M] [--ar P] [--plot FILE] [--out FILE] [--json]",
-                           kOptions,
-                           kOptionCount,
-                           {"--data", "--y"}};
+    const CommandInfo command{"ms",
+                              "--data FILE --y Y [--regimes M] [--ar P] [--plot FILE] [--out FILE] [--json]",
+                              kOptions,
+                              kOptionCount,
+                              {"--data", "--y"}};
     return RunEstimationCommand(
-        spec, argc, argv,
+        command, argc, argv,
         [&res](const ParsedOptions &opt, const Database *db, const Columns &data, Report *r, std::string *error) {
             const int M = std::atoi(opt.get("--regimes", "2").c_str()), p = std::atoi(opt.get("--ar", "0").c_str());
             if (!EstimateMs(data, M, p, &res, error)) return false;

@@ -130,36 +130,36 @@ bool EstimateNls(const Database *db, const std::string &model, const std::string
 }
 
 int RunNlsCommand(int argc, char **argv) {
-    const CommandSpec spec{"nls",
-                           "MODEL --data FILE --y Y [--fitted NAME] [--json]\n"
-                           "       kavrel nls -e TEXT --data FILE --y Y ...\n\n"
-                           "MODEL: Algebra with parameters &0, &1, ... given starting values (&0 = 1;) that\n"
-                           "assigns the fitted values, e.g.  &0 = 500; &1 = 1e-4; fitted = &0 * (1 - exp(-&1 * x));",
-                           kOptions,
-                           kOptionCount,
-                           {"--data", "--y"}};
+    const CommandInfo command{"nls",
+                              "MODEL --data FILE --y Y [--fitted NAME] [--json]\n"
+                              "       kavrel nls -e TEXT --data FILE --y Y ...\n\n"
+                              "MODEL: Algebra with parameters &0, &1, ... given starting values (&0 = 1;) that\n"
+                              "assigns the fitted values, e.g.  &0 = 500; &1 = 1e-4; fitted = &0 * (1 - exp(-&1 * x));",
+                              kOptions,
+                              kOptionCount,
+                              {"--data", "--y"}};
     ParsedOptions opt;
-    const int started = CommandStart(spec, argc, argv, &opt, true);
+    const int started = CommandStart(command, argc, argv, &opt, true);
     if (started >= 0) return started;
     std::string model;
     if (opt.has("-e")) {
         model = opt.get("-e");
     } else if (opt.positional.size() != 1) {
-        return CommandFail(spec.name, "one model file expected (or -e TEXT)");
+        return CommandFail(command.name, "one model file expected (or -e TEXT)");
     } else {
         std::ifstream in(opt.positional[0]);
-        if (!in) return CommandFail(spec.name, "cannot read model " + opt.positional[0]);
+        if (!in) return CommandFail(command.name, "cannot read model " + opt.positional[0]);
         std::stringstream text;
         text << in.rdbuf();
         model = text.str();
     }
     std::string error;
     Database *db = LoadData(opt.get("--data"), &error);
-    if (!db) return CommandFail(spec.name, error);
+    if (!db) return CommandFail(command.name, error);
     Report report;
     int status = EXIT_CLEAN;
     if (!EstimateNls(db, model, opt.get("--y"), opt.get("--fitted", "fitted"), &report, &error)) {
-        status = CommandFail(spec.name, error);
+        status = CommandFail(command.name, error);
     } else {
         PrintResult(opt, report);
         if (!report.converged) status = EXIT_FAULTS;

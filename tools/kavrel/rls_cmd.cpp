@@ -82,13 +82,13 @@ bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::strin
 
 int RunRlsCommand(int argc, char **argv) {
     RlsResults res; // filled by the estimation, used by what follows it
-    const CommandSpec spec{"rls",
-                           "--data FILE --y Y --x X1,X2,... [--no-const] [--plot FILE] [--out FILE] [--json]",
-                           kOptions,
-                           kOptionCount,
-                           {"--data", "--y", "--x"}};
+    const CommandInfo command{"rls",
+                              "--data FILE --y Y --x X1,X2,... [--no-const] [--plot FILE] [--out FILE] [--json]",
+                              kOptions,
+                              kOptionCount,
+                              {"--data", "--y", "--x"}};
     return RunEstimationCommand(
-        spec, argc, argv,
+        command, argc, argv,
         [&res](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
             if (!EstimateRls(data, !opt.has("--no-const"), &res, error)) return false;
             res.report.sample = r->sample;

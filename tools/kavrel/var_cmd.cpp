@@ -181,13 +181,13 @@ bool PlotVar(const std::string &path, const VarResults &r, const Columns &data, 
 
 int RunVarCommand(int argc, char **argv) {
     VarResults res; // filled by the estimation, used by what follows it
-    const CommandSpec spec{"var",
-                           "--data FILE --y Y1,Y2,... [--lags L] [--horizon H] [--plot FILE] [--json]",
-                           kOptions,
-                           kOptionCount,
-                           {"--data", "--y"}};
+    const CommandInfo command{"var",
+                              "--data FILE --y Y1,Y2,... [--lags L] [--horizon H] [--plot FILE] [--json]",
+                              kOptions,
+                              kOptionCount,
+                              {"--data", "--y"}};
     return RunEstimationCommand(
-        spec, argc, argv,
+        command, argc, argv,
         [&res](const ParsedOptions &opt, const Database *db, const Columns &data, Report *r, std::string *error) {
             const int L = std::atoi(opt.get("--lags", "2").c_str()), H = std::atoi(opt.get("--horizon", "12").c_str());
             if (!EstimateVar(data, L, H, &res, error)) return false;
