@@ -28,11 +28,11 @@ const OptionRule kOptions[] = {
 };
 constexpr int kOptionCount = sizeof kOptions / sizeof kOptions[0];
 
-const CommandInfo kSpec{"count",
-                        "--data FILE --y Y --x X1,X2,... [--negbin] [--no-const] [--out FILE] [--json]",
-                        kOptions,
-                        kOptionCount,
-                        {"--data", "--y", "--x"}};
+const CommandInfo kCommand{"count",
+                           "--data FILE --y Y --x X1,X2,... [--negbin] [--no-const] [--out FILE] [--json]",
+                           kOptions,
+                           kOptionCount,
+                           {"--data", "--y", "--x"}};
 
 } // namespace
 
@@ -100,7 +100,7 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
 
 int RunCountCommand(int argc, char **argv) {
     return RunEstimationCommand(
-        kSpec, argc, argv,
+        kCommand, argc, argv,
         [](const ParsedOptions &opt, const Database *, const Columns &data, Report *r, std::string *error) {
             return EstimateCount(data, opt.has("--negbin"), !opt.has("--no-const"), r, error);
         });
