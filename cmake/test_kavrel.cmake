@@ -78,7 +78,8 @@ run_case("nls parse error" 2 nls ${WORK}/bad.alg --data ${WORK}/exp.txt --y y)
 expect_text("nls parse error" "${err}" "q Undeclared identifier")
 
 # kavrel probit and logit: a report with the fitted table; an outcome that is not a code.
-file(WRITE ${WORK}/choice.txt "y x\n0 -1.2\n0 -0.8\n1 -0.9\n0 -0.1\n1 0.2\n0 0.4\n1 0.3\n1 1.1\n1 0.9\n0 1.4\n1 1.6\n1 2.0\n")
+file(WRITE ${WORK}/choice.txt
+     "y x\n0 -1.2\n0 -0.8\n1 -0.9\n0 -0.1\n1 0.2\n0 0.4\n1 0.3\n1 1.1\n1 0.9\n0 1.4\n1 1.6\n1 2.0\n")
 run_case("probit" 0 probit --data ${WORK}/choice.txt --y y --x x)
 expect_text("probit" "${out}" "Probit of y")
 expect_text("probit" "${out}" "Actual (rows) against predicted (columns)")

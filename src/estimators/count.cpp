@@ -6,7 +6,7 @@
 // the expected information, and for the NB2 the expected information of the dispersion is an
 // infinite series (Lawless 1987), while the Hessian is what a Newton step needs.
 //
-// NB2 (Cameron and Trivedi 2013, section 3.3), a = alpha, r = 1/a, u = a mu:
+// NB2 (Cameron and Trivedi 2013, ch. 3), a = alpha, r = 1/a, u = a mu:
 //   l = lnGamma(y + r) - lnGamma(r) - lnGamma(y + 1) + r log(r / (r + mu)) + y log(mu / (r + mu))
 //     = sum_{j<y} log(1 + a j) - lnGamma(y + 1) + y eta - (y + r) log(1 + u),
 // the second form free of the cancellation of lnGamma(y + r) - lnGamma(r) for small a, and equal

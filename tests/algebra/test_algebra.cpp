@@ -7,6 +7,7 @@
 //   // model: 500             compile in model mode with a parameter table of that size
 //   // run: 1 3 [nobs]        observations of the run (default all); // quiet: a quiet run
 //   // expect: y 1 2 . inf    a variable's values after the run ("a b" for a name with blanks)
+//   // expect+: 5 6           more values of the variable above
 //   // message: Error: ...    the messages, in order (\r and \n written so); none other allowed;
 //   // message+: ...          continues the message above
 //   // status: 0              the run's result (0 as well when tokenizing or compiling fails)
@@ -116,6 +117,7 @@ Program parse(const std::string &text) {
         if (key == "expect") p.expect.push_back(rest);
         if (key == "message") p.expectMessages.push_back(rest);
         if (key == "message+" && !p.expectMessages.empty()) p.expectMessages.back() += rest;
+        if (key == "expect+" && !p.expect.empty()) p.expect.back() += " " + rest;
         if (key == "status") p.status = std::stoi(w[0]);
         if (key == "code") p.code.push_back(joined(w));
         if (key == "variables") p.variables = joined(w), p.hasVariables = true;
