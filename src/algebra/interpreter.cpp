@@ -357,7 +357,9 @@ int AlgebraRun(AlgebraCompiler *c, int t1, int t2, int nobs, int quiet) {
     size_t bytes = 0;
     KvArray<char> block;
     if (!measure.total(&bytes) || !block.alloc(bytes)) {
-        ReportError("Out of memory");
+        // The message buffer too: the bridge returns its text as the run's failure.
+        std::snprintf(c->message, sizeof c->message, "%s", AlgebraErrorText(ERR_OUT_OF_MEMORY));
+        ReportError(c->message);
         return 0;
     }
     KvCarve carve(block.get());
