@@ -102,6 +102,12 @@ Vec Columns::block(size_t from, size_t to, bool constant) const {
     return out;
 }
 
+std::vector<std::string> PeriodTexts(const Database *db, int first, int last) {
+    std::vector<std::string> texts;
+    for (int t = first; t <= last; ++t) texts.push_back(PeriodText(db, t));
+    return texts;
+}
+
 std::string PeriodText(const Database *db, int t) {
     char buf[64];
     if (DbIsDated(db)) return FormatDateValue(buf, sizeof buf, DbDateAt(db, t), 0, 0, 1, -1);

@@ -40,5 +40,7 @@ std::vector<std::string> SplitNames(const std::string &list);
 
 // The text of observation t in the database's period format ("1990(3)", "2020-02-29").
 std::string PeriodText(const Database *db, int t);
+// The texts of observations first..last, the labels of a plot's axis or of written series.
+std::vector<std::string> PeriodTexts(const Database *db, int first, int last);
 
 #endif

@@ -109,8 +109,7 @@ int RunDemoCommand(int argc, char **argv) {
     if (step(SelectColumns(macro, {"realcons", "realdpi"}, &c, &error) && EstimateRls(c, true, &rls, &error))) {
         rls.report.sample = sampleOf(macro, c);
         tour.report("rls-consumption", rls.report);
-        std::vector<std::string> periods;
-        for (int t = c.first; t <= c.last; ++t) periods.push_back(PeriodText(macro, t));
+        const std::vector<std::string> periods = PeriodTexts(macro, c.first, c.last);
         if (step(PlotRls(tour.dir + "/rls-consumption.png", rls, periods, &error)))
             tour.written.push_back(tour.dir + "/rls-consumption.png");
     }
@@ -134,16 +133,14 @@ int RunDemoCommand(int argc, char **argv) {
     if (step(SelectColumns(macro, {"gdpgrowth"}, &c, &error) && EstimateMs(c, 2, 1, &ms, &error))) {
         ms.report.sample = sampleOf(macro, c, 1);
         tour.report("ms-gdpgrowth", ms.report);
-        std::vector<std::string> periods;
-        for (int t = c.first + 1; t <= c.last; ++t) periods.push_back(PeriodText(macro, t));
+        const std::vector<std::string> periods = PeriodTexts(macro, c.first + 1, c.last);
         if (step(PlotMs(tour.dir + "/ms-gdpgrowth.png", ms, c, periods, &error)))
             tour.written.push_back(tour.dir + "/ms-gdpgrowth.png");
     }
     // 5. A VAR(2) of inflation, the T-bill rate and unemployment: forecasts and responses.
     VarResults var;
     if (step(SelectColumns(macro, {"infl", "tbilrate", "unemp"}, &c, &error) && EstimateVar(c, 2, 12, &var, &error))) {
-        std::vector<std::string> periods;
-        for (int t = c.first; t <= c.last; ++t) periods.push_back(PeriodText(macro, t));
+        const std::vector<std::string> periods = PeriodTexts(macro, c.first, c.last);
         var.report.sample = periods[2] + " - " + periods.back();
         tour.report("var-macro", var.report);
         if (step(PlotVar(tour.dir + "/var-macro.png", var, c, periods, &error))) {

@@ -235,8 +235,7 @@ int RunMsCommand(int argc, char **argv) {
         },
         [&res](const ParsedOptions &opt, const Database *db, const Columns &data, std::string *error) {
             if (!opt.has("--plot")) return true;
-            std::vector<std::string> periods;
-            for (int t = data.first + res.p; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+            const std::vector<std::string> periods = PeriodTexts(db, data.first + res.p, data.last);
             return PlotMs(opt.get("--plot"), res, data, periods, error);
         });
 }

@@ -96,8 +96,7 @@ int RunRlsCommand(int argc, char **argv) {
             return true;
         },
         [&res](const ParsedOptions &opt, const Database *db, const Columns &data, std::string *error) {
-            std::vector<std::string> periods;
-            for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+            const std::vector<std::string> periods = PeriodTexts(db, data.first, data.last);
             if (opt.has("--out") && !WriteRlsCsv(opt.get("--out"), res, periods, error)) return false;
             return !opt.has("--plot") || PlotRls(opt.get("--plot"), res, periods, error);
         });

@@ -197,8 +197,7 @@ int RunVarCommand(int argc, char **argv) {
         },
         [&res](const ParsedOptions &opt, const Database *db, const Columns &data, std::string *error) {
             if (!opt.has("--plot")) return true;
-            std::vector<std::string> periods;
-            for (int t = data.first; t <= data.last; ++t) periods.push_back(PeriodText(db, t));
+            const std::vector<std::string> periods = PeriodTexts(db, data.first, data.last);
             return PlotVar(opt.get("--plot"), res, data, periods, error);
         });
 }
