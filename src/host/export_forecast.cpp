@@ -15,6 +15,14 @@ namespace {
 // Reads arguments 0-11 (data, descriptor, coefficients, error covariance) into m; false when a
 // shape does not fit: no endogenous variable, coefficients other than nEndog x nReg, descriptor
 // rows of other than nEndog + nReg elements.
+// The type checks both exports make, in argument order (FnDynForc checks 17-18 after them).
+void checkSharedTypes(LumoValue *args) {
+    LumoLibCheckType(LUMO_MATRIX, args, 0, 1);
+    LumoLibCheckType(LUMO_INT, args, 2, 6);
+    LumoLibCheckType(LUMO_MATRIX, args, 7, 11);
+    LumoLibCheckType(LUMO_INT, args, 14, 15);
+}
+
 bool readModel(const LumoValue *args, ForecastModel *m) {
     *m = ForecastModel{};
     m->endog = FrameMatrix(args, 0), m->nEndog = FrameRows(args, 0), m->endogCols = FrameCols(args, 0);
@@ -81,10 +89,7 @@ LumoValue resultReference(LumoValue *result) {
 KAVREL_EXPORT void FnDynForc(LumoValue *result, LumoValue *args, int) noexcept {
     FrameGuard(
         [&] {
-            LumoLibCheckType(LUMO_MATRIX, args, 0, 1);
-            LumoLibCheckType(LUMO_INT, args, 2, 6);
-            LumoLibCheckType(LUMO_MATRIX, args, 7, 11);
-            LumoLibCheckType(LUMO_INT, args, 14, 15);
+            checkSharedTypes(args);
             LumoLibCheckType(LUMO_INT, args, 17, 18);
             ForecastModel m;
             if (!readModel(args, &m)) return;
@@ -118,10 +123,7 @@ KAVREL_EXPORT void FnDynForc(LumoValue *result, LumoValue *args, int) noexcept {
 KAVREL_EXPORT void FnImpulse(LumoValue *result, LumoValue *args, int) noexcept {
     FrameGuard(
         [&] {
-            LumoLibCheckType(LUMO_MATRIX, args, 0, 1);
-            LumoLibCheckType(LUMO_INT, args, 2, 6);
-            LumoLibCheckType(LUMO_MATRIX, args, 7, 11);
-            LumoLibCheckType(LUMO_INT, args, 14, 15);
+            checkSharedTypes(args);
             ForecastModel m;
             if (!readModel(args, &m)) return;
             const int t1 = FrameInt(args, 2) < 0 ? 0 : FrameInt(args, 2);
