@@ -28,7 +28,25 @@ void seeded(RanState *s, int family, uint32_t *words) {
     s->ops.getState(s, words);
 }
 
+// Draws by block (RanUniforms), the way to draw many, against the minimal loops below.
 void BM_Uniform(benchmark::State &st) {
+    const int family = static_cast<int>(st.range(0));
+    RanState s{};
+    uint32_t words[258];
+    seeded(&s, family, words);
+    double buf[kBatch];
+    for (auto _ : st) {
+        RanUniforms(&s, buf, kBatch);
+        benchmark::DoNotOptimize(buf);
+        benchmark::ClobberMemory();
+    }
+    setPerDraw(st);
+    st.SetLabel(kFamilies[family - 1]);
+}
+BENCHMARK(BM_Uniform)->DenseRange(RAN_LCG31, RAN_MWC52);
+
+// One draw per call through the operation table, as a draw inside other code costs.
+void BM_UniformByCall(benchmark::State &st) {
     const int family = static_cast<int>(st.range(0));
     RanState s{};
     uint32_t words[258];
@@ -42,7 +60,7 @@ void BM_Uniform(benchmark::State &st) {
     setPerDraw(st);
     st.SetLabel(kFamilies[family - 1]);
 }
-BENCHMARK(BM_Uniform)->DenseRange(RAN_LCG31, RAN_MWC52);
+BENCHMARK(BM_UniformByCall)->DenseRange(RAN_LCG31, RAN_MWC52);
 
 // Times a minimal loop: step is a callable that holds its state by value and returns the next
 // uniform. A copy of it is first checked against the library's first batch from the same seed, so

@@ -190,9 +190,32 @@ int lagSet(RanState *s, const uint32_t *w, int n) {
     return 1;
 }
 
+// n draws of one family's own uniform, called directly so that the compiler inlines the step and
+// keeps the state words in registers across the loop; the draws are those of n calls through the
+// table, bit for bit.
+template <double (*Draw)(RanState *)> void drawBlock(RanState *s, double *out, int n) {
+    for (int k = 0; k < n; ++k) out[k] = Draw(s);
+}
+
+// The table's draw, by block when it is one of the families' own and by call otherwise (a caller
+// may have installed a draw of its own).
+void drawWith(double (*draw)(RanState *), RanState *s, double *out, int n) {
+    if (draw == lcgUniform)
+        drawBlock<lcgUniform>(s, out, n);
+    else if (draw == pairUniform)
+        drawBlock<pairUniform>(s, out, n);
+    else if (draw == lfsrUniform)
+        drawBlock<lfsrUniform>(s, out, n);
+    else if (draw == lag32Uniform)
+        drawBlock<lag32Uniform>(s, out, n);
+    else if (draw == lag52Uniform)
+        drawBlock<lag52Uniform>(s, out, n);
+    else
+        for (int k = 0; k < n; ++k) out[k] = draw(s);
+}
+
 void fillRows(RanState *s, MATRIX m, int rows, int cols) {
-    for (int r = 0; r < rows; ++r)
-        for (int k = 0; k < cols; ++k) m[r][k] = s->ops.element(s);
+    for (int r = 0; r < rows; ++r) drawWith(s->ops.element, s, m[r], cols);
 }
 
 // The record's words, checked as setState would check them.
@@ -247,6 +270,8 @@ int RanSeed(RanState *s, int seed) {
     if (seed != -1) s->spare = s->ops.seed(s, seed);
     return s->spare;
 }
+
+void RanUniforms(RanState *s, double *out, int n) { drawWith(s->ops.uniform, s, out, n); }
 
 RanState *RanDefault() {
     static RanState state; // zero: the first use initialises and selects

@@ -79,6 +79,9 @@ RanState *RanDefault();
 // gives the missing value (MissingValueOf()) without drawing; valid ones never give it.
 // Uniform: the family's draw as it is (docs/random.md gives each family's range).
 double RanUniform(RanState *s);
+// n uniforms into out[0 .. n-1], the same draws as n calls of RanUniform: the way to draw many,
+// since a family's own draw then runs inline rather than through the table once per draw.
+void RanUniforms(RanState *s, double *out, int n);
 // Standard normal by inversion of one uniform.
 double RanNormal(RanState *s);
 // Chi-squared with df degrees of freedom; invalid unless 0 < df < inf.
