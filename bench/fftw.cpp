@@ -11,18 +11,9 @@
 #include <vector>
 
 #include "numeric/periodogram.h"
+#include "series.h"
 
 namespace {
-
-std::vector<double> series(int n) {
-    std::vector<double> y(n);
-    uint64_t s = 12345;
-    for (int t = 0; t < n; ++t) {
-        s = s * 6364136223846793005ULL + 1442695040888963407ULL;
-        y[t] = 100.0 + std::sin(0.01 * t) + static_cast<double>(s >> 11) / 9007199254740992.0;
-    }
-    return y;
-}
 
 struct FftwPeriodogram {
     int n;
@@ -68,7 +59,7 @@ bool agrees(const std::vector<double> &x, FftwPeriodogram &f) {
 
 void BM_LibraryPeriodogram(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> x = series(n);
+    const std::vector<double> x = BenchSeries(n);
     std::vector<double> value(n);
     for (auto _ : state) {
         SeriesPeriodogram(x.data(), n, value.data(), nullptr);
@@ -78,7 +69,7 @@ void BM_LibraryPeriodogram(benchmark::State &state) {
 
 void BM_FftwPeriodogram(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> x = series(n);
+    const std::vector<double> x = BenchSeries(n);
     std::vector<double> value(n);
     FftwPeriodogram f(n, state.range(1) ? FFTW_MEASURE : FFTW_ESTIMATE);
     if (!agrees(x, f)) {

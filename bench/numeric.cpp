@@ -17,18 +17,9 @@
 #include "numeric/periodogram.h"
 #include "numeric/smooth.h"
 #include "numeric/sort.h"
+#include "series.h"
 
 namespace {
-
-std::vector<double> series(int n) {
-    std::vector<double> y(n);
-    uint64_t s = 12345;
-    for (int t = 0; t < n; ++t) {
-        s = s * 6364136223846793005ULL + 1442695040888963407ULL;
-        y[t] = 100.0 + std::sin(0.01 * t) + static_cast<double>(s >> 11) / 9007199254740992.0;
-    }
-    return y;
-}
 
 // Nanoseconds per n log2 n: a rate counter inverted is seconds per unit, so the unit is counted in
 // billionths.
@@ -40,7 +31,7 @@ void setNLogN(benchmark::State &state, int n) {
 
 void BM_Fft(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    std::vector<double> re = series(n), im(n, 0.0);
+    std::vector<double> re = BenchSeries(n), im(n, 0.0);
     for (auto _ : state) {
         FftComplex(re.data(), im.data(), n, 0);
         benchmark::DoNotOptimize(re.data());
@@ -53,7 +44,7 @@ BENCHMARK(BM_Fft)->Arg(65536)->Arg(65521)->Arg(262144)->Arg(262139)->Arg(1048576
 
 void BM_Periodogram(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> x = series(n);
+    const std::vector<double> x = BenchSeries(n);
     std::vector<double> value(n), freq(n);
     for (auto _ : state) {
         SeriesPeriodogram(x.data(), n, value.data(), freq.data());
@@ -76,7 +67,7 @@ BENCHMARK(BM_Periodogram)
 
 void BM_AcfAllLags(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> x = series(n);
+    const std::vector<double> x = BenchSeries(n);
     std::vector<double> r(n);
     for (auto _ : state) {
         SeriesAcf(x.data(), n, n - 1, r.data());
@@ -88,7 +79,7 @@ BENCHMARK(BM_AcfAllLags)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecon
 // Durbin-Levinson over all T - 1 lags: O(T^2).
 void BM_PacfAllLags(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> x = series(n);
+    const std::vector<double> x = BenchSeries(n);
     std::vector<double> p(n);
     for (auto _ : state) {
         SeriesPacf(x.data(), n, n - 1, p.data());
@@ -105,7 +96,7 @@ void setPerObservation(benchmark::State &state, int n) {
 
 void BM_HodrickPrescott(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> y = series(n);
+    const std::vector<double> y = BenchSeries(n);
     std::vector<double> trend(n);
     for (auto _ : state) {
         SmoothHp(y.data(), n, 1600.0, trend.data());
@@ -147,7 +138,7 @@ void minimalHp(const double *y, int n, double lambda, double *d, double *l1, dou
 
 void BM_MinimalBandedHp(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> y = series(n);
+    const std::vector<double> y = BenchSeries(n);
     std::vector<double> d(n), l1(n), l2(n), tau(n), trend(n);
     // Both must give the same trend (to the rounding of the direct system, whose condition is about
     // 16 lambda) for their times to be compared.
@@ -170,7 +161,7 @@ BENCHMARK(BM_MinimalBandedHp)->Arg(100000)->Arg(250000)->Arg(1000000)->Unit(benc
 void BM_SmoothingSpline(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
     const double alpha = static_cast<double>(state.range(1));
-    const std::vector<double> y = series(n);
+    const std::vector<double> y = BenchSeries(n);
     std::vector<double> g(n);
     for (auto _ : state) {
         SmoothSpline(y.data(), n, alpha, g.data());
@@ -181,7 +172,7 @@ BENCHMARK(BM_SmoothingSpline)->Args({1000000, -1600})->Args({1000000, 0})->Unit(
 
 void BM_KernelSmoother(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> y = series(n);
+    const std::vector<double> y = BenchSeries(n);
     std::vector<double> g(n);
     for (auto _ : state) {
         SmoothKernel(y.data(), n, static_cast<double>(state.range(1)), g.data());
@@ -196,7 +187,7 @@ BENCHMARK(BM_KernelSmoother)
 
 void BM_SortIndex(benchmark::State &state) {
     const int n = static_cast<int>(state.range(0));
-    const std::vector<double> key = series(n);
+    const std::vector<double> key = BenchSeries(n);
     std::vector<int> index(n);
     for (auto _ : state) {
         SortIndexByKey(key.data(), n, index.data());

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "random/random.h"
 
@@ -28,39 +29,28 @@ void seeded(RanState *s, int family, uint32_t *words) {
     s->ops.getState(s, words);
 }
 
-// Draws by block (RanUniforms), the way to draw many, against the minimal loops below.
+// Argument 1 is the family; argument 2 is 1 to draw by block (RanUniforms, the way to draw many,
+// against the minimal loops below) and 0 to draw one call of RanUniform at a time through the
+// operation table, as a draw inside other code costs.
 void BM_Uniform(benchmark::State &st) {
     const int family = static_cast<int>(st.range(0));
+    const bool byBlock = st.range(1) != 0;
     RanState s{};
     uint32_t words[258];
     seeded(&s, family, words);
     double buf[kBatch];
     for (auto _ : st) {
-        RanUniforms(&s, buf, kBatch);
+        if (byBlock)
+            RanUniforms(&s, buf, kBatch);
+        else
+            for (double &u : buf) u = RanUniform(&s);
         benchmark::DoNotOptimize(buf);
         benchmark::ClobberMemory();
     }
     setPerDraw(st);
-    st.SetLabel(kFamilies[family - 1]);
+    st.SetLabel(std::string(kFamilies[family - 1]) + (byBlock ? " by block" : " by call"));
 }
-BENCHMARK(BM_Uniform)->DenseRange(RAN_LCG31, RAN_MWC52);
-
-// One draw per call through the operation table, as a draw inside other code costs.
-void BM_UniformByCall(benchmark::State &st) {
-    const int family = static_cast<int>(st.range(0));
-    RanState s{};
-    uint32_t words[258];
-    seeded(&s, family, words);
-    double buf[kBatch];
-    for (auto _ : st) {
-        for (double &u : buf) u = RanUniform(&s);
-        benchmark::DoNotOptimize(buf);
-        benchmark::ClobberMemory();
-    }
-    setPerDraw(st);
-    st.SetLabel(kFamilies[family - 1]);
-}
-BENCHMARK(BM_UniformByCall)->DenseRange(RAN_LCG31, RAN_MWC52);
+BENCHMARK(BM_Uniform)->ArgsProduct({benchmark::CreateDenseRange(RAN_LCG31, RAN_MWC52, 1), {1, 0}});
 
 // Times a minimal loop: step is a callable that holds its state by value and returns the next
 // uniform. A copy of it is first checked against the library's first batch from the same seed, so
