@@ -50,22 +50,6 @@ TEST_F(Output, SWprintfThresholds) {
     EXPECT_EQ(outputs(), Strings{"42  3.14 end\n"});
 }
 
-// Converted text: CR LF and lone CR become LF, other control characters blanks; long lines are
-// sent in pieces that join to the converted text.
-TEST_F(Output, PrintTextConverted) {
-    const std::string longLine(3000, 'z');
-    PrintTextConverted(("a\r\nb\rc\x01\x7f"
-                        "d\te" +
-                        longLine + "\r\n")
-                           .c_str());
-    ASSERT_GE(outputs().size(), 3u);
-    EXPECT_EQ(outputs()[0] + outputs()[1], "a\nb\n"); // the line ends send what they close
-    outputs().erase(outputs().begin(), outputs().begin() + 2);
-    EXPECT_EQ(takePrinted(), "c \x7f"
-                             "d\te" +
-                                 longLine + "\n");
-}
-
 // Without a sink and channels, messages and text go to standard output.
 TEST_F(Output, DefaultChannels) {
     SetMessageSink(nullptr), SetOutputChannels(nullptr, nullptr, nullptr);
