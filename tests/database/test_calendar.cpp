@@ -138,15 +138,15 @@ TEST(Calendar, IsoWeeksEveryWeek1900To2100) {
     EXPECT_EQ(IsoWeekMonday(0, 1), 0);
 }
 
-TEST(Calendar, TimeOfDay) {
+// Times of day to the hundredth round trip through the date writer and reader
+// (Values.RoundTripOfFormattedDates); fractions out of range give midnight, and one just below 1
+// rounds to the next midnight.
+TEST(Calendar, TimeOfDayOutOfRange) {
     auto hundredths = [](double f) {
         int h, m, s, hs;
         DayFractionToTime(f, &h, &m, &s, &hs);
         return h * 360000LL + m * 6000 + s * 100 + hs;
     };
-    // Every time of day to the hundredth round trips through the date reader and writer
-    // (Values.RoundTripOfFormattedDates). Fractions out of range give midnight; one just below 1 rounds to the next
-    // midnight.
     for (double f : {std::nan(""), 1e300, -1e300, 0.999999999})
         EXPECT_EQ(hundredths(f), f == 0.999999999 ? 8640000 : 0) << f;
 }

@@ -55,7 +55,7 @@ TEST_F(DataFile, MacroDataAgainstIndependentParse) {
 }
 
 TEST_F(DataFile, TextsIntoDatabases) {
-    // messages: how many (the texts are in test_messages); cleaning texts: test_values.
+    // messages: how many (the texts, cleaning texts among them, are in test_messages).
     using Names = std::vector<std::string>;
     using Columns = std::vector<std::vector<double>>;
     struct Row {
@@ -98,7 +98,7 @@ TEST_F(DataFile, TextsIntoDatabases) {
         }
         EXPECT_EQ(DbIsDated(db), r.dated) << r.text;
         EXPECT_EQ(takeMessages().size(), r.messages) << r.text;
-        takePrinted(); // the cleaning texts: test_values
+        takePrinted(); // the cleaning texts: test_messages
         expectConsistent(db);
         DbFree(db);
     }

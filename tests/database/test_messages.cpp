@@ -1,6 +1,6 @@
 // Every message the database subsystem reports, through the test sink, in the situation that
 // calls for it: one row a situation, with the exact texts in order. (The buffer-overwrite error
-// is checked at each threshold in test_output, the cleaning texts in test_values.)
+// is checked at each threshold in test_output.)
 #include <climits>
 #include <functional>
 

@@ -1,5 +1,4 @@
-// The output buffer and its thresholds, the text channels with their callbacks, the default
-// channels and the output file.
+// The output buffer and its thresholds, the default channels and the output file.
 #include <cstdio>
 #include <fstream>
 #include <iterator>

@@ -1,4 +1,4 @@
-// The database store: creation and the table, variables and capacity, lag-suffix resolution,
+// The database store: creation and the table, new variables, lag-suffix resolution,
 // renaming, deletion of variables and observations, sample setting and extension, the undo chain
 // (every kind restores contents and the modified mark), and allocation-failure injection over
 // every store operation and the reading of data files. The message texts are in test_messages.
@@ -121,8 +121,8 @@ TEST_F(Store, LagSuffixResolution) {
     EXPECT_EQ(DbFindVariable(nullptr, "X", 1, nullptr, 0), -1);
 }
 
-// Renaming cleans the name (the cleaning itself: Values.NameCleaning), refuses a name in use
-// and marks the database modified only when the name changes.
+// Renaming cleans the name (the cleaning itself: Values.NameCleaning), refuses one that cleans
+// to nothing and marks the database modified only when the name changes; deletion inside a batch.
 TEST_F(Store, RenameAndDeleteVariables) {
     struct Row {
         const char *name;

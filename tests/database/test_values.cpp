@@ -1,6 +1,6 @@
 // Values from text: every spelling of the value reader (dates against the independent day-number
-// reference), round trips of every date and time FormatDateValue writes, the stream reader, the
-// cleaning of loaded data with its exact texts, the text block measure and name cleaning.
+// reference), round trips of every date and time FormatDateValue writes, the stream reader against
+// the C library's scan, and name cleaning.
 #include <cmath>
 #include <cstdio>
 #include <random>
