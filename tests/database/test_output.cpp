@@ -1,9 +1,5 @@
-// The output buffer and its thresholds, the default channels and the output file.
+// The output buffer and its thresholds, and the default channels.
 #include <cstdio>
-#include <fstream>
-#include <iterator>
-
-#include <unistd.h>
 
 #include "dbcapture.h"
 
@@ -56,22 +52,6 @@ TEST_F(Output, DefaultChannels) {
     ReportError("Out of memory"), ReportWarning("careful"), SWprintf("%s=%d\n", "n", 3), PrintText("raw");
     std::fflush(stdout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "\nError: Out of memory\n\nWarning: careful\nn=3\nraw");
-}
-
-TEST_F(Output, OutputFile) {
-    char path[] = "/tmp/kv_output_XXXXXX";
-    ASSERT_EQ(close(mkstemp(path)), 0);
-    ASSERT_EQ(OutputOpenFile(path, 0), 1);
-    SWprintf("line %d\n", 1);
-    EXPECT_EQ(OutputCloseFile(), 1);
-    ASSERT_EQ(OutputOpenFile(path, 1), 1); // append
-    PrintText("two\n");
-    EXPECT_EQ(OutputCloseFile(), 1);
-    std::ifstream in(path);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "line 1\ntwo\n");
-    std::remove(path);
-    EXPECT_EQ(OutputOpenFile("/nonexistent-dir/x/out.txt", 0), 0);
-    EXPECT_EQ(outputs(), (Strings{"line 1\n", "two\n"})); // the text channel goes on beside the file
 }
 
 } // namespace

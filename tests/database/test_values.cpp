@@ -1,6 +1,6 @@
 // Values from text: every spelling of the value reader (dates against the independent day-number
 // reference), round trips of every date and time FormatDateValue writes, the stream reader against
-// the C library's scan, and name cleaning.
+// the C library's scan.
 #include <cmath>
 #include <cstdio>
 #include <random>
@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "database/calendar.h"
-#include "database/names.h"
 #include "database/values.h"
 #include "dbcapture.h"
 
@@ -142,24 +141,6 @@ TEST_F(Values, StreamReader) {
     EXPECT_EQ(ReadFileValue(f, &v), 0); // the line end after the skipped rest
     EXPECT_EQ(ReadFileValue(f, &v), -1);
     std::fclose(f);
-}
-
-TEST_F(Values, NameCleaning) {
-    const std::string longName = "#" + std::string(100, 'a');
-    struct Row {
-        const char *in, *out;
-    } rows[] = {{"  9lives", "lives"},
-                {"\"real gdp\"", "real gdp_"},
-                {"x\t \r\n", "x"},
-                {"1234", ""},
-                {nullptr, ""},
-                {"\xc3\xa9t\xc3\xa9", "\xc3\xa9t\xc3\xa9"},
-                {longName.c_str(), longName.c_str() + 37}};
-    for (const auto &r : rows) {
-        char out[DB_MAX_NAME + 1];
-        EXPECT_EQ(CleanVariableName(out, r.in), std::strlen(r.out)) << r.out;
-        EXPECT_STREQ(out, r.out);
-    }
 }
 
 } // namespace
