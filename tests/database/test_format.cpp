@@ -18,48 +18,30 @@ TEST(FormatNumber, Table) {
         // clang-format off
         // Missing and infinite values, at any width.
         {MissingValueOf(), 3, 6, 0, 0, 0, ".NaN"},
-        {std::nan("7"), 20, 6, 0, 0, 2, ".NaN"},
         {inf, 4, 6, 0, 0, 0, "+.Inf"},
-        {-inf, 12, 6, 1, 1, 3, "-.Inf"},
         // Whole numbers as integers when they fit, whatever the width.
         {3.0, 10, 6, 0, 0, 0, "3"},
-        {-42.0, 3, 6, 0, 0, 0, "-42"},
-        {-0.0, 5, 6, 0, 0, 0, "0"},
         // Too narrow or no digits.
         {3.5, 6, 6, 0, 0, 0, "####"},
-        {-42.0, 2, 6, 0, 0, 0, "####"},
         {1.5, 10, 0, 0, 0, 0, "####"},
         // Ordinary magnitudes: precision up to width - 2, never below the integer digits.
         {1234.5678, 10, 6, 0, 0, 0, "1234.57"},
-        {-3.5, 8, 6, 0, 0, 0, "-3.5"},
         {123.0000001, 10, 6, 0, 0, 0, "123."},
-        {123.0000001, 10, 6, 1, 0, 0, "123"},
         {999999.7, 8, 6, 0, 0, 0, "1e+06"},
-        {123456789.5, 8, 6, 0, 0, 0, "1.2e+08"},
         // Below one: the leading "0" goes unless asked for; the sign takes its place.
         {0.5, 8, 6, 0, 0, 0, ".5"},
-        {0.5, 8, 6, 0, 1, 0, "0.5"},
         {0.1, 30, 17, 0, 0, 0, ".10000000000000001"},
         {0.00123456, 8, 6, 0, 0, 0, ".0012346"},
-        {0.00123456, 8, 6, 0, 1, 0, "0.001235"},
-        {1e-4, 8, 6, 0, 0, 0, ".0001"},
-        {-0.00123456, 8, 6, 0, 0, 0, "-.001235"},
         {-0.00123456, 8, 6, 0, 1, 0, "-0.00123"},
         // Small: one exponent digit from 1e-9 to 1e-4, two below, three below 1e-99.
         {1.23456e-5, 10, 6, 0, 0, 0, "1.2346e-5"},
         {1.5e-12, 10, 6, 0, 0, 0, "1.5e-12"},
         {1.23456e-120, 10, 6, 0, 0, 0, "1.23e-120"},
-        {1e-310, 10, 6, 0, 0, 0, "1e-310"},
         // Large: two exponent digits above 2^31 - 1, three from 1e100; the sign flag drops "+".
         {2147483648.0, 12, 12, 0, 0, 0, "2.14748e+09"},
-        {2147483648.0, 12, 12, 1, 0, 0, "2.147484e09"},
-        {12345678901.0, 15, 15, 0, 0, 0, "1.23456789e+10"},
-        {1.23456789e150, 12, 8, 0, 0, 0, "1.2346e+150"},
         {1.23456789e150, 12, 8, 1, 0, 0, "1.2346e150"},
         // Minimum decimals: a point always, trailing zeros trimmed down to m decimals.
         {2.0, 10, 6, 0, 0, 2, "2.00"},
-        {2.5, 10, 6, 0, 0, 1, "2.5"},
-        {0.0, 10, 6, 0, 0, 2, "0.00"},
         {1.5e-12, 12, 6, 0, 0, 2, "1.50e-12"},
         {123456.0, 10, 6, 0, 0, 2, "123456."},
         // clang-format on
@@ -73,8 +55,7 @@ TEST(FormatNumber, Table) {
 }
 
 TEST(FormatNumber, SmallBuffers) {
-    char small[4], none[1] = {'z'};
+    char small[4];
     EXPECT_STREQ(FormatNumber(small, sizeof small, 1234.5678, 10, 6, 0, 0, 0), "123"); // truncated, not overrun
-    EXPECT_STREQ(FormatNumber(none, 1, 1.5, 10, 6, 0, 0, 0), "");
     EXPECT_EQ(FormatNumber(nullptr, 10, 1.5, 10, 6, 0, 0, 0), nullptr);
 }

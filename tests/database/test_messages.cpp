@@ -1,6 +1,6 @@
 // Every message the database subsystem reports, through the test sink, in the situation that
 // calls for it: one row a situation, with the exact texts in order. (The buffer-overwrite error
-// is checked at each threshold in test_output, the cleaning texts in test_values.)
+// is checked at each threshold in test_output.)
 #include <climits>
 #include <functional>
 
@@ -43,10 +43,6 @@ TEST_F(Messages, EveryMessageInItsSituation) {
         std::string printed = "";
         bool available = true;
     } rows[] = {
-        {"a column cannot be allocated",
-         {"A"},
-         failFirst([](Database *db) { EXPECT_EQ(DbReplaceColumn(db, 0, nullptr), 0); }),
-         {"Error: Out of memory"}},
         {"observations deleted while no column can be made",
          {"A", "B"},
          failFirst([](Database *db) {
@@ -111,6 +107,14 @@ TEST_F(Messages, EveryMessageInItsSituation) {
              EXPECT_EQ(db->obsCount, 100000000);
          },
          {"Warning: Truncated number of observations to 100000000"}},
+        {"invalid samples",
+         {},
+         [](Database *db) {
+             for (const Sample &s : {Sample{1990, 0, 1991, 1, 4}, Sample{1990, 5, 1991, 1, 4},
+                                     Sample{1990, 1, 1989, 1, 4}, Sample{1990, 1, 1991, 1, 0}})
+                 EXPECT_EQ(DbSetSample(db, s), 0);
+         },
+         Strings(4, "Error: Invalid sample")},
         {"an extension reaching the limit",
          {},
          [](Database *db) {
@@ -150,10 +154,6 @@ TEST_F(Messages, EveryMessageInItsSituation) {
          {std::string("Error: Cannot read file ") + unreadable},
          "",
          access(unreadable, R_OK) == 0},
-        {"a text copy that cannot be made",
-         {},
-         failFirst([](Database *) { EXPECT_EQ(DbReadDataText("t", "1\n", 2, 0), nullptr); }),
-         {"Error: Out of memory"}},
         {"a text without data",
          {},
          [](Database *) { EXPECT_EQ(DbReadDataText("t", "a b\n", 4, 0), nullptr); },

@@ -1,10 +1,5 @@
-// The output buffer and its thresholds, the text channels with their callbacks, the default
-// channels and the output file.
+// The output buffer and its thresholds, and the default channels.
 #include <cstdio>
-#include <fstream>
-#include <iterator>
-
-#include <unistd.h>
 
 #include "dbcapture.h"
 
@@ -24,15 +19,11 @@ TEST_F(Output, SWprintfThresholds) {
         size_t flushed, kept;
     } rows[] = {
         // clang-format off
-        {0, 0, 3, false, false, 0, 3},
         {0, 0, 4, true, false, 4, 0},
-        {0, 0, 16383, false, false, 0, 16383},
         {0, 0, 16384, true, true, 16383, 0},
         {0, 10000, 6384, false, true, 16383, 0},
         {0, 10000, 6383, false, false, 0, 16383},
-        {1, 0, 15360, true, false, 0, 15360},
         {1, 15000, 361, true, false, 15361, 0},
-        {1, 0, 16000, false, false, 0, 16000},
         {1, 0, 16384, true, true, 16383, 0},
         // clang-format on
     };
@@ -47,80 +38,20 @@ TEST_F(Output, SWprintfThresholds) {
         SCOPED_TRACE(testing::Message() << r.buffering << " " << r.prefix << " " << r.length);
         EXPECT_EQ(takeMessages(), r.overwrite ? Strings{"Error: IE: buffer overwrite - SWprintf()"} : Strings{});
         EXPECT_EQ(outputs(), r.flushed ? Strings{(pre + text).substr(0, r.flushed - 1) + "\n"} : Strings{});
-        EXPECT_TRUE(OutputBufferLength() == r.kept);
-        EXPECT_TRUE(std::string(OutputBufferText()).size() == r.kept);
+        EXPECT_EQ(std::string(OutputBufferText()).size(), r.kept);
     }
     SetOutputBuffering(0), OutputClearBuffer(), outputs().clear();
-    SWprintf(nullptr);
     SWprintf("%d %5.2f %s\n", 42, 3.14159, "end");
     EXPECT_EQ(outputs(), Strings{"42  3.14 end\n"});
 }
 
-TEST_F(Output, PrintTextBufferedAndDirect) {
-    // Unbuffered: the pending text goes first, then the new text as a piece of its own.
-    SWprintf("pending"), PrintText("direct");
-    PrintText(""), PrintText(nullptr);
-    EXPECT_EQ(outputs(), (Strings{"pending", "direct"}));
-    // Buffered: appended; flushed first when it does not fit; flushed at a line end from 15,361;
-    // a text too long for the buffer is printed directly.
-    outputs().clear(), SetOutputBuffering(1);
-    const std::string a = "a\n" + std::string(15000, 'b'), c(1382, 'c'), d(15361 - 1383, 'd'), h(16384, 'h');
-    PrintText(a.c_str());
-    PrintText(c.c_str()), PrintText(d.c_str()); // 15,002 + 1,382 = 16,384: c cannot be taken
-    EXPECT_EQ(OutputBufferLength(), 15360u);
-    PrintText("\n"), PrintText("x"), PrintText(h.c_str());
-    EXPECT_EQ(outputs(), (Strings{a, c + d + "\n", "x", h}));
-    // Converted: CR LF and lone CR become LF, other control characters blanks; long lines are
-    // sent in pieces that join to the converted text.
-    SetOutputBuffering(0), outputs().clear();
-    const std::string longLine(3000, 'z');
-    PrintTextConverted(("a\r\nb\rc\x01\x7f"
-                        "d\te" +
-                        longLine + "\r\n")
-                           .c_str());
-    ASSERT_GE(outputs().size(), 3u);
-    EXPECT_EQ(outputs()[0] + outputs()[1], "a\nb\n"); // the line ends send what they close
-    outputs().erase(outputs().begin(), outputs().begin() + 2);
-    EXPECT_EQ(takePrinted(), "c \x7f"
-                             "d\te" +
-                                 longLine + "\n");
-}
-
-TEST_F(Output, CallbacksAndDefaultChannels) {
-    SetOutputChannels([](const char *text) { outputs().push_back(text); }, [] { ++notifications(); }, [] { return 7; });
-    SWprintf("x");
-    EXPECT_EQ(FlushOutputAndPoll(), 7);
-    FlushOutput(), OutputNotify(); // nothing pending: no text, but callback A still runs
-    EXPECT_TRUE(outputs() == Strings{"x"});
-    EXPECT_TRUE(notifications() == 3);
-    SetOutputChannels([](const char *) {}, nullptr, nullptr); // the defaults: nothing, and 0
-    EXPECT_TRUE(FlushOutputAndPoll() == 0);
-    EXPECT_TRUE(notifications() == 3);
-
-    ReportError("bad"), ReportWarning("odd"), ReportError(nullptr);
-    EXPECT_EQ(takeMessages(), (Strings{"Error: bad", "Warning: odd", "Error: "}));
+// Without a sink and channels, messages and text go to standard output.
+TEST_F(Output, DefaultChannels) {
     SetMessageSink(nullptr), SetOutputChannels(nullptr, nullptr, nullptr);
     testing::internal::CaptureStdout();
     ReportError("Out of memory"), ReportWarning("careful"), SWprintf("%s=%d\n", "n", 3), PrintText("raw");
     std::fflush(stdout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "\nError: Out of memory\n\nWarning: careful\nn=3\nraw");
-}
-
-TEST_F(Output, OutputFile) {
-    char path[] = "/tmp/kv_output_XXXXXX";
-    ASSERT_EQ(close(mkstemp(path)), 0);
-    ASSERT_EQ(OutputOpenFile(path, 0), 1);
-    SWprintf("line %d\n", 1);
-    EXPECT_EQ(OutputCloseFile(), 1);
-    ASSERT_EQ(OutputOpenFile(path, 1), 1); // append
-    PrintText("two\n");
-    EXPECT_EQ(OutputCloseFile(), 1);
-    std::ifstream in(path);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "line 1\ntwo\n");
-    std::remove(path);
-    EXPECT_EQ(OutputOpenFile("/nonexistent-dir/x/out.txt", 0), 0);
-    EXPECT_EQ(OutputOpenFile(nullptr, 0), 0);
-    EXPECT_EQ(outputs(), (Strings{"line 1\n", "two\n"})); // the text channel goes on beside the file
 }
 
 } // namespace

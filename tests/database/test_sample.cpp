@@ -45,10 +45,8 @@ TEST(Sample, ArithmeticAgainstAWalk) {
             ASSERT_TRUE(SampleObsCount(b) == c) << c;
         }
     }
-    const Sample zero = {2000, 1, 2004, 1, 0}, wide = {-2000000000, 1, 2000000000, 1, 1000};
-    EXPECT_EQ(SampleYearOfObs(3, zero), 2003);   // frequency 0 is taken as 1
+    const Sample wide = {-2000000000, 1, 2000000000, 1, 1000};
     EXPECT_EQ(SampleObsCount(wide), 2147483647); // clamped, no overflow
-    SampleSetCount(nullptr, 3);
 }
 
 TEST(Sample, PeriodAndFrequencyTexts) {
@@ -57,14 +55,11 @@ TEST(Sample, PeriodAndFrequencyTexts) {
         Sample s;
         int y, p;
         const char *want;
-    } periods[] = {{{1990, 1, 2000, 1, 1}, 1995, 1, "1995"},
-                   {{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
+    } periods[] = {{{1990, 1, 2000, 1, 1}, 95, 1, "  95"},
                    {{1990, 1, 2000, 4, 4}, 1995, 3, "1995(3)"},
                    {{1990, 1, 2000, 12, 12}, 1995, 3, "1995( 3)"},
-                   {{1990, 1, 2000, 12, 12}, 1995, 11, "1995(11)"},
                    {{1000, 1, 1999, 12, 12}, 1995, 3, " 1995(  3)"},
-                   {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"},
-                   {{1990, 1, 2000, 52, 52}, 1990, 7, "1990( 7)"}};
+                   {{1990, 1, 1991, 100, 365}, 1990, 17, " 1990( 17)"}};
     for (const Period &r : periods) EXPECT_STREQ(FormatPeriod(out, sizeof out, r.y, r.p, r.s), r.want);
 
     const double first = JulianDay(2001, 1, 1);
@@ -76,25 +71,20 @@ TEST(Sample, PeriodAndFrequencyTexts) {
         int daysPerWeek, obsPerYear;
     } rows[] = {
         // clang-format off
-        {{1, 1, 10, 1, 1}, 10, 0, 0, 0, "Undated", 0, 1},
         {{1800, 1, 1810, 1, 1}, 11, 0, 0, 0, "Undated", 0, 1},
         {{1801, 1, 1810, 1, 1}, 10, 0, 0, 0, "Annual", 0, 1},
-        {{1990, 1, 2000, 4, 4}, 44, 0, 0, 0, "Quarterly", 0, 4},
         {{1990, 1, 2000, 5, 26}, 265, 0, 0, 0, "Frequency 26", 0, 26},
         {{1990, 1, 2000, 52, 52}, 572, 0, 0, 0, "Weekly (52/year)", 1, 52},
-        // Dated: 260 working days over 52 weeks, 52 Mondays, 12 month starts, one day.
+        // Dated: 260 working days over 52 weeks, 52 Mondays; dates out of order.
         {{1, 1, 260, 1, 1}, 260, 1, first, first + 363, "Daily (5 days/week)", 5, 261},
         {{1, 1, 52, 1, 1}, 52, 1, first, first + 357, "Weekly", 1, 53},
-        {{1, 1, 12, 1, 1}, 12, 1, first, first + 334, "Dated", 0, 13},
-        {{1, 1, 365, 1, 1}, 365, 1, first, first + 364, "Daily (7 days/week)", 7, 365},
         {{1, 1, 3, 1, 1}, 3, 1, first, first - 5, "Dated", 0, 0},
-        // dates out of order
         // clang-format on
     };
     for (const Row &r : rows) {
         EXPECT_STREQ(SampleFrequencyName(out, sizeof out, r.s, r.nobs, r.dated, r.first, r.last), r.name);
-        EXPECT_TRUE(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last) == r.daysPerWeek) << r.name;
-        EXPECT_TRUE(SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last) == r.obsPerYear) << r.name;
+        EXPECT_EQ(SampleDaysPerWeek(r.s, r.nobs, r.dated, r.first, r.last), r.daysPerWeek) << r.name;
+        EXPECT_EQ(SampleObsPerYear(r.s, r.nobs, r.dated, r.first, r.last), r.obsPerYear) << r.name;
     }
 }
 
@@ -107,23 +97,14 @@ TEST(DateText, FormatDateValue) {
         const char *want;
     } rows[] = {
         // clang-format off
-        {MissingValueOf(), 1, 1, 1, 1, "."},
         {1e300, 0, 0, 0, 0, "."},
-        {0.0, 0, 0, 0, 0, "00:00"},
         {0.0, 1, 1, 1, 1, "00:00:00"},
-        {d2000 + 0.5, 0, 0, 0, 0, "2000-01-01T12:00"},
         {d2000, 0, 0, 0, 0, "2000-01-01"},
         {d2000, 1, 0, 0, 0, "2000-01-01 Sat"},
-        {d2000, 0, 1, 1, 1, "2000-01-01 00:00:00"},
-        {d2000, 0, 1, 0, 0, "2000-01-01T00:00"},
         {d2000, 1, 1, 0, -1, "2000-01-01 SatT00:00"},
-        {TimeToDayFraction(0, 0, 1, 0), 0, 0, 1, 0, "00:00:01"},
         {d2000 + t1345, 0, 0, 0, 0, "2000-01-01T13:45:30.25"},
-        {d2000 + t1345, 0, 0, 0, -1, "2000-01-01T13:45"},
         {d2000 + t1345, 0, 0, 0, 2, "2000-01-01T13:45.25"},
-        {d2000 + t1345z, 0, 0, 0, 0, "2000-01-01T13:45"},
         {d2000 + t1345z, 0, 0, 0, 1, "2000-01-01T13:45:00"},
-        {t1345, 0, 0, 0, 0, "13:45:30.25"},
         {static_cast<double>(JulianDay(-44, 3, 15)), 0, 0, 0, 0, "-44-03-15"},
         // clang-format on
     };

@@ -39,7 +39,6 @@ TEST(LeastSquares, AgainstNormalEquationsAndStatusCodes) {
     } rows[] = {
         // clang-format off
         {"random", RANDOM, 4, 40, 2, 1, {0, 1, 2, 3}, 1e-13},
-        {"exactly identified", RANDOM, 5, 5, 1, 1, {0, 1, 2, 3, 4}, 1e-11},
         {"long sample", RANDOM, 3, 5000, 1, 1, {0, 1, 2}, 1e-12},
         {"badly scaled", SCALED, 3, 30, 2, 2, {0, 1, 2}, 1e-9},
         {"duplicate regressor", DUPLICATE, 3, 30, 2, -1, {0, 1}, 1e-12},
@@ -84,34 +83,6 @@ TEST(LeastSquares, AgainstNormalEquationsAndStatusCodes) {
     }
 }
 
-TEST(LeastSquares, PivotOrder) {
-    // Equal norms: the first row wins. After the first reflection (exact here) row 1's norm is
-    // downdated to fl(1 + a^2) - 1: below 2.220446049250313e-14 it is recomputed from the row
-    // (exactly a^2), above it the downdated value is kept. Row 2's norm lies between the two.
-    auto between = [](double a) { return std::sqrt(0.5 * (((1.0 + a * a) - 1.0) + a * a)); };
-    const bool downdatedLarger = (1.0 + 1e-12) - 1.0 > 1e-6 * 1e-6;
-    struct Row {
-        const char *name;
-        double x[3][3];
-        std::vector<int> perm;
-    } rows[] = {
-        // clang-format off
-        {"orthogonal with a tie", {{1, 0, 0}, {0, 3, 0}, {0, 0, 3}}, {1, 2, 0}},
-        {"recomputed below the bound", {{2, 0, 0}, {1, 1e-7, 0}, {0, 0, between(1e-7)}}, {0, 1, 2}},
-        {"downdated above the bound", {{2, 0, 0}, {1, 1e-6, 0}, {0, 0, between(1e-6)}},
-         downdatedLarger ? std::vector<int>{0, 1, 2} : std::vector<int>{0, 2, 1}},
-        // clang-format on
-    };
-    for (const auto &r : rows) {
-        MatOwner X(3, 3), P(3, 3);
-        for (int i = 0; i < 9; ++i) X.get()[i / 3][i % 3] = r.x[i / 3][i % 3];
-        MatLsqWork w;
-        ASSERT_TRUE(MatLsqWorkAlloc(&w, 3, 0, 3));
-        MatLsqFit(X, 3, 3, nullptr, 0, nullptr, P, &w);
-        EXPECT_EQ(std::vector<int>(w.perm, w.perm + 3), r.perm) << r.name;
-    }
-}
-
 TEST(LeastSquares, RefusedArgumentsRankToleranceAndAllocationFailure) {
     MatOwner X(4, 30), Y(2, 30), B(2, 4), P(4, 4);
     fill(X, Y, 4, 30, 2, RANDOM);
@@ -128,11 +99,8 @@ TEST(LeastSquares, RefusedArgumentsRankToleranceAndAllocationFailure) {
     } rows[] = {
         // clang-format off
         {MatDefaultRankTolerance, 1, 2},
-        {1e-16, 1, 1},
         {0.0, 1, 1},
-        {-1e-10, 0, 1},
         {NAN, 0, 1},
-        {1e-12, 1, 2},
         {1e-3, 1, -2},
         // clang-format on
     };
@@ -161,12 +129,10 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         bool pd;
     } rows[] = {
         // clang-format off
-        {"1x1", 1, {4.0}, true},
         {"2x2", 2, {4, 2, 2, 3}, true},
         {"3x3", 3, {10, 3, 1, 3, 8, 2, 1, 2, 2}, true},
         {"indefinite", 2, {1, 2, 2, 1}, false},
         {"singular", 2, {1, 1, 1, 1}, false},
-        {"negative", 1, {-1}, false},
         {"missing value", 2, {1, 0, 0, NAN}, false},
         // clang-format on
     };
@@ -176,14 +142,12 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         MatOwner A(n, n), F(n, n);
         LMat ref(n, LVec(n));
         for (int i = 0; i < n * n; ++i) A.get()[i / n][i % n] = ref[i / n][i % n] = r.a[i];
-        double ld = 0.0, ld2 = 0.0;
+        double ld = 0.0;
         EXPECT_EQ(MatLogDet(A, n, &ld, F), r.pd ? 0 : 1);
-        EXPECT_EQ(MatLogDet(A, n, &ld2, nullptr), r.pd ? 0 : 1);
         MatCopy(F, A, n, n);
         EXPECT_EQ(MatInvertSpd(F, n), r.pd ? 1 : 0);
         if (!r.pd) continue;
         EXPECT_NEAR(ld, static_cast<double>(logDetRef(ref)), 1e-14 * (1.0 + std::fabs(ld)));
-        EXPECT_EQ(ld, ld2);
         std::vector<int> all = {0, 1, 2};
         all.resize(n);
         const LMat inv = inverseOn(ref, all);

@@ -68,14 +68,11 @@ TEST(HodrickPrescott, MatchesDenseSolve) {
             EXPECT_LT(maxAbsDiff(trend, ref), tol) << "T=" << T << " lambda=" << lambda;
         }
     }
-    // A straight line is its own trend; lambda = 0 and T < 3 return the data.
+    // A straight line is its own trend.
     std::vector<double> line(500), trend(500);
     for (int t = 0; t < 500; ++t) line[t] = 2.5 - 0.75 * t;
     ASSERT_EQ(SmoothHp(line.data(), 500, 1e8, trend.data()), 1);
     EXPECT_EQ(trend, line);
-    const std::vector<double> y = cycleSeries(6, 1);
-    ASSERT_EQ(SmoothHp(y.data(), 6, 0.0, trend.data()), 1);
-    EXPECT_EQ(std::vector<double>(trend.begin(), trend.begin() + 6), y);
 }
 
 // The spline's smoother matrix (I + lambda Q R^-1 Q')^-1 at unit spacing, Q = K' (Green and
@@ -118,10 +115,8 @@ TEST(SmoothingSpline, DegreesOfFreedomAndGcvChoice) {
     const DenseFit at = applySmoother(splineSmoother(T, choice.param), y);
     EXPECT_LT(maxAbsDiff(g, at.g), 1e-9);
     for (double factor : {0.9, 1.1}) EXPECT_GE(applySmoother(splineSmoother(T, choice.param * factor), y).gcv, at.gcv);
-    // df >= T: the data; df = 2: the least-squares line through (0, y_0), ..., (T-1, y_{T-1}).
-    ASSERT_EQ(SmoothSpline(y.data(), T, 60.0, g.data()), 1);
-    EXPECT_EQ(g, y);
-    // The line: residuals orthogonal to 1 and t, and no curvature.
+    // df = 2: the least-squares line through (0, y_0), ..., (T-1, y_{T-1}): residuals orthogonal
+    // to 1 and t, and no curvature.
     ASSERT_EQ(SmoothSpline(y.data(), T, 2.0, g.data()), 1);
     long double e1 = 0, et = 0;
     for (int t = 0; t < T; ++t) e1 += y[t] - g[t], et += (y[t] - g[t]) * t;
