@@ -84,7 +84,31 @@ TEST(Random, FamiliesMatchTheirRecurrences) {
         for (int k = 0; k < 1000000 && first < 0; ++k)
             if (RanUniform(&s) != ref.next()) first = k;
         EXPECT_EQ(first, -1) << kNames[f - 1];
+        // Draws by block and the matrix fill continue the same stream.
+        std::vector<double> block(1000 + 3 * 7);
+        RanUniforms(&s, block.data(), 1000);
+        double *rows[3] = {&block[1000], &block[1007], &block[1014]};
+        s.ops.fill(&s, rows, 3, 7);
+        int firstBlock = -1;
+        for (int k = 0; k < static_cast<int>(block.size()) && firstBlock < 0; ++k)
+            if (block[k] != ref.next()) firstBlock = k;
+        EXPECT_EQ(firstBlock, -1) << kNames[f - 1];
     }
+}
+
+TEST(Random, FillAndBlockDrawsUseTheCallersOwnDraws) {
+    RanState s = selected("MWC_52", 7);
+    s.ops.uniform = [](RanState *r) { return static_cast<double>(++r->spare); };
+    s.ops.element = [](RanState *r) { return -static_cast<double>(++r->spare); };
+    s.spare = 0;
+    double v[4];
+    RanUniforms(&s, v, 2);
+    double *rows[1] = {v + 2};
+    s.ops.fill(&s, rows, 1, 2);
+    EXPECT_EQ(v[0], 1.0);
+    EXPECT_EQ(v[1], 2.0);
+    EXPECT_EQ(v[2], -3.0);
+    EXPECT_EQ(v[3], -4.0);
 }
 
 TEST(Random, NamesSelectFamilies) {
