@@ -1,7 +1,6 @@
 // The jackknife covariance through the host: against R's leave-one-out refits, against brute-force
-// refits in long double with a point of high leverage, a leverage of 1, bad input and the frame.
+// refits in long double with a point of high leverage, and a leverage of 1.
 #include "estimators/exports_sample.h"
-#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -44,26 +43,6 @@ TEST(JackknifeHCSE, AgainstLeaveOneOutRefits) {
     jackknifeCall(c, X, y, k);
     ASSERT_EQ(c.invoke(FnJackknifeHCSE), 1);
     ExpectClose(c.values(), want, 1e-11);
-}
-
-void jackknifeArgs(HostCall &c) {
-    Vec X;
-    Lcg g{53};
-    for (int t = 0; t < 8; ++t) X.insert(X.end(), {1.0, g.next()});
-    jackknifeCall(c, X, Lcg{54}.draws(8), 2);
-}
-
-TEST(JackknifeHCSE, BadInputAndFrame) {
-    const BadInput rows[] = {
-        // clang-format off
-        {"inverse a double", [](HostCall &c) { c.dbl(2, 1.0); }, "argument 2: matrix expected, double found"},
-        {"residuals of other length", [](HostCall &c) { c.col(1, {1, 2}); }, ""},
-        {"inverse 2 x 3", [](HostCall &c) { c.mat(2, 2, 3, Vec(6, 1.0)); }, ""},
-        // clang-format on
-    };
-    CheckBadInput(FnJackknifeHCSE, jackknifeArgs, rows);
-    // The library's scratch and the host's two allocations: no matrix.
-    CheckFrames({Frame{"jackknife", FnJackknifeHCSE, jackknifeArgs, 1, 2, NAN, 0}});
 }
 
 TEST(JackknifeHCSE, LeverageOfOneGivesAnEmptyMatrix) {
