@@ -7,6 +7,7 @@
 
 #include "common/host_call.h"
 #include "database/output.h"
+#include "estimators/fracint.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -126,6 +127,11 @@ TEST(FracSigma, SeriesReportsNonConvergence) {
         EXPECT_EQ(printed(), r.message);
         EXPECT_TRUE(std::isfinite(got[0]));
     }
+    // The series itself: (F(a, 1; b; z) - 1) / z, for a = b the geometric 1 / (1 - z).
+    const std::complex<double> z(0.3, 0.4);
+    const std::complex<double> s = FracHyperSeries(1.5, 1.5, z, nullptr);
+    EXPECT_NEAR(s.real(), (1.0 / (1.0 - z)).real(), 1e-14);
+    EXPECT_NEAR(s.imag(), (1.0 / (1.0 - z)).imag(), 1e-14);
 }
 
 } // namespace
