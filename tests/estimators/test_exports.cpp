@@ -90,8 +90,13 @@ void encompassingArgs(HostCall &c) { // y, then model 1: 1, x1, x2; model 2 shar
 }
 void fracArgs(HostCall &c) { c.row(0, {0.5, 0.3}).num(1, 1).num(2, 1).dbl(3, 0.2).num(4, 4).ref(5); }
 void instabilityArgs(HostCall &c) { c.mat(0, 6, 2, Lcg{44}.draws(12)).col(1, Lcg{45}.draws(6)).dbl(2, 0.0).ref(3); }
-void jackknifeArgs(HostCall &c) {
-    c.mat(0, 8, 2, Lcg{53}.draws(16)).col(1, Lcg{54}.draws(8)).mat(2, 2, 2, {1, 0.1, 0.1, 2});
+void jackknifeArgs(HostCall &c) { // X = (1, x), residuals, (X'X)^-1: every leverage below 1
+    const Vec x = Lcg{53}.draws(8);
+    Vec X;
+    double sx = 0, sxx = 0;
+    for (const double v : x) sx += v, sxx += v * v, X.insert(X.end(), {1.0, v});
+    const double det = 8 * sxx - sx * sx;
+    c.mat(0, 8, 2, X).col(1, Lcg{54}.draws(8)).mat(2, 2, 2, {sxx / det, -sx / det, -sx / det, 8 / det});
 }
 void ralsFuncArgs(HostCall &c) { // AR(2) errors, a constant and one regressor, observations 2..29
     Vec X = Lcg{14}.draws(60);
