@@ -1,13 +1,12 @@
 // The count-data likelihoods through the host: log-likelihoods at R's maximum-likelihood
 // estimates, per-observation values against the textbook lnGamma form in long double, score and
 // information against central differences, outer products against sums of single-observation
-// scores, invalid outcomes, observation ranges, bad input and the frame.
+// scores, invalid outcomes and observation ranges.
 #include <cmath>
 #include <memory>
 
 #include "common/reference.h"
 #include "estimators/exports_sample.h"
-#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -149,26 +148,6 @@ TEST(CountRz, InvalidOutcomesAndTheObservationRange) {
         want += term;
     }
     EXPECT_NEAR(c.value(), want, 1e-14);
-}
-
-void countArgs(HostCall &c) {
-    countCall(c, {0.3, -0.2}, {1, 0, 4, 2, 0}, {1, 0.5, 1, -0.3, 1, 0.8, 1, 0.1, 1, -1}, 1, 0, 4, 0.0);
-    c.col(0, {0.3, -0.2, -0.7});
-}
-
-TEST(CountRz, BadInputAndFrame) {
-    const BadInput rows[] = {
-        // clang-format off
-        {"model a double", [](HostCall &c) { c.dbl(3, 1); }, "argument 3: int expected, double found", NAN},
-        {"X rows differ from n", [](HostCall &c) { c.mat(2, 4, 2, Vec(8, 1)); }, "", NAN},
-        {"last beyond the rows", [](HostCall &c) { c.num(5, 5); }, "", NAN},
-        {"theta without log alpha", [](HostCall &c) { c.col(0, {0.3, -0.2}); }, "", NAN},
-        {"fixed alpha NaN", [](HostCall &c) { c.num(3, 2).col(0, {0.3, -0.2}).dbl(6, NAN); }, "", NAN},
-        // clang-format on
-    };
-    CheckBadInput(FnCountRz, countArgs, rows);
-    // No scratch; two host allocations per output.
-    CheckFrames({Frame{"count", FnCountRz, countArgs, 0, 10, NAN, 5 * 7}});
 }
 
 } // namespace

@@ -1,14 +1,14 @@
 // Encompassing tests against values from R (lmtest's coxtest and encomptest on stored data,
 // tests/data/encompassing.R), against the textbook formulas evaluated in long double with
-// explicit projections, and through every failure path of the export.
+// explicit projections.
 #include <cmath>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
 
+#include "common/host_call.h"
 #include "common/reference.h"
-#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -206,24 +206,6 @@ TEST(Encompassing, NestedModelsAndMissingRows) {
     EXPECT_TRUE(AllMissing(without.out(8)));
     EXPECT_TRUE(AllMissing(without.out(9)));
     EXPECT_TRUE(AllMissing(without.out(10)));
-}
-
-TEST(Encompassing, BadInputAndFrame) {
-    // Refused: untouched; run and failed: code 0, every output missing.
-    const BadInput rows[] = {
-        // clang-format off
-        {"k1 a double", [](HostCall &c) { c.dbl(1, 3); }, "argument 1: int expected, double found"},
-        {"shared > k1", [](HostCall &c) { c.num(2, 4); }, ""},
-        {"last beyond the data", [](HostCall &c) { c.num(6, 80); }, ""},
-        {"reference without target", [](HostCall &c) { LumoValSetRef(&c.args[10], nullptr); }, ""},
-        {"rows no more than the nesting model's columns", [](HostCall &c) { c.num(6, 3); }, "", 0, true},
-        {"an infinite regressor", [](HostCall &c) { static_cast<MATRIX>(c.args[0].data)[5][2] = INFINITY; }, "", 0,
-         true},
-        // clang-format on
-    };
-    CheckBadInput(FnEncompassing, macroArgs, rows);
-    // The one library block, two host allocations for each of three matrices: code 0.
-    CheckFrames({Frame{"encompassing", FnEncompassing, macroArgs, 1, 6, 0, 3 * 8}});
 }
 
 } // namespace

@@ -2,7 +2,8 @@
 // type checks abandon the call, size and range checks return untouched, the likelihoods leave
 // their missing result), allocation failure of each library and each host allocation in turn
 // (the outcome the export defines, nothing leaked under LeakSanitizer, and a run after the last
-// failure identical to an undisturbed one), and outputs omitted or passed by value.
+// failure identical to an undisturbed one), outputs omitted or passed by value, and every output
+// naming every input.
 #include <climits>
 
 #include "common/fault.h"
@@ -34,7 +35,14 @@ void logitArgs(HostCall &c) { // 3 categories, one individual regressor, one att
     c.row(0, {0.2, -0.1, 0.4}).col(1, {0, 1, 2, 1, 0}).num(2, 3).mat(3, 5, 1, g.draws(5)).mat(4, 5, 3, g.draws(15));
     c.col(5, {1, 1, 2, 1, 0.5}).mat(6, 5, 3, g.draws(15)).ref(7, 11);
 }
+void derivArgs(HostCall &c) { // 4 categories, 3 regressors, observations 2..9 of 30
+    c.row(0, Lcg{31}.draws(9)).mat(1, 30, 3, Lcg{32}.draws(90)).num(2, 4).num(3, 2).num(4, 9);
+}
 void actFitArgs(HostCall &c) { c.col(0, {0, 1, 2, 1, 0}).mat(1, 5, 3, Lcg{6}.draws(15)); }
+void countArgs(HostCall &c) { // NB2 with log alpha estimated
+    c.col(0, {0.3, -0.2, -0.7}).col(1, {1, 0, 4, 2, 0}).mat(2, 5, 2, {1, 0.5, 1, -0.3, 1, 0.8, 1, 0.1, 1, -1});
+    c.num(3, 1).num(4, 0).num(5, 4).dbl(6, 0.0).ref(7, 11);
+}
 void filterArgs(HostCall &c) {
     c.mat(0, 3, 2, {0.5, 0.2, 0.3, 0.4, 0.1, 0.6}).mat(1, 2, 2, {0.9, 0.2, 0.1, 0.8}).row(2, {0.5, 0.5}).ref(3, 4);
 }
@@ -68,6 +76,50 @@ void impulseArgs(HostCall &c) {
     forecastModel(c);
     c.num(12, 0).num(13, 0).num(14, 1).num(15, 2);
 }
+void comfacArgs(HostCall &c) { // ADL(2; 2, 2), statistics of orders 1 and 2
+    Vec V(81, 0.0);
+    for (int i = 0; i < 9; ++i) V[10 * i] = 0.1;
+    c.row(0, {0.2, 1.1, -0.28, 1.0, -0.5, 0.1, 0.4, 0.3, -0.2}).mat(1, 9, 9, V).row(2, {2, 2, 2}).row(3, {1, 2});
+    c.row(4, {3, 4, 5, 6, 7, 8}).dbl(5, 0.0).num(6, 2).ref(7, 8);
+}
+void encompassingArgs(HostCall &c) { // y, then model 1: 1, x1, x2; model 2 shares 1, x1 and adds z
+    Vec d = Lcg{12}.draws(80);
+    for (int t = 0; t < 20; ++t) d[4 * t + 1] = 1.0;
+    c.mat(0, 20, 4, d).num(1, 3).num(2, 2).num(3, 1).mat(4, 20, 1, Lcg{13}.draws(20)).num(5, 0).num(6, 19);
+    c.num(7, 0).ref(8, 10);
+}
+void fracArgs(HostCall &c) { c.row(0, {0.5, 0.3}).num(1, 1).num(2, 1).dbl(3, 0.2).num(4, 4).ref(5); }
+void instabilityArgs(HostCall &c) { c.mat(0, 6, 2, Lcg{44}.draws(12)).col(1, Lcg{45}.draws(6)).dbl(2, 0.0).ref(3); }
+void jackknifeArgs(HostCall &c) { // X = (1, x), residuals, (X'X)^-1: every leverage below 1
+    const Vec x = Lcg{53}.draws(8);
+    Vec X;
+    double sx = 0, sxx = 0;
+    for (const double v : x) sx += v, sxx += v * v, X.insert(X.end(), {1.0, v});
+    const double det = 8 * sxx - sx * sx;
+    c.mat(0, 8, 2, X).col(1, Lcg{54}.draws(8)).mat(2, 2, 2, {sxx / det, -sx / det, -sx / det, 8 / det});
+}
+void ralsFuncArgs(HostCall &c) { // AR(2) errors, a constant and one regressor, observations 2..29
+    Vec X = Lcg{14}.draws(60);
+    for (int t = 0; t < 30; ++t) X[2 * t] = 1.0;
+    c.col(0, Lcg{15}.draws(30)).mat(1, 30, 2, X).row(2, {0.4, 0.1}).num(3, 2).num(4, 29).ref(5, 7);
+}
+void ralsForecastArgs(HostCall &c) { // AR(1), fitted over 1..25, four forecasts
+    ralsFuncArgs(c);
+    c.row(2, {0.4}).num(3, 1).num(4, 25).num(5, 4).col(6, {1, 1}).ref(7, 8);
+}
+void rivArgs(HostCall &c) { // y, x (endogenous), 1, w, two further instruments; observations 0..80
+    Vec d = Lcg{21}.draws(6 * 83);
+    std::fill(d.begin() + 2 * 83, d.begin() + 3 * 83, 1.0);
+    c.mat(0, 6, 83, d).num(1, 1).num(2, 3).num(3, 2).num(4, 0).num(5, 80).num(6, -1).ref(7, 12);
+}
+
+// What a call leaves in the return record and in the caller's variables.
+enum Result { KEEPS, ZERO, ONE, MINUS_ONE, NAN_VALUE, NO_RESULT, ZEROS, MISSING_MATRIX, SAME };
+enum Outputs { UNTOUCHED, MISSING, ZEROED, OUTER_ZEROED, SAME_OUTPUTS };
+struct Outcome {
+    Result result;
+    Outputs outputs;
+};
 
 bool sameValue(const LumoValue &a, const LumoValue &b) {
     if (a.type != b.type || (a.type == LUMO_INT && a.v.w.ival != b.v.w.ival)) return false;
@@ -76,24 +128,25 @@ bool sameValue(const LumoValue &a, const LumoValue &b) {
            (a.v.w.ival == b.v.w.ival && a.v.w.u.cols == b.v.w.u.cols && SameBits(HostValues(&a), HostValues(&b)));
 }
 
-// What a call leaves in the return record and in the caller's variables.
-enum Result { KEEPS, ZERO, ONE, NAN_VALUE, NO_RESULT, ZEROS, SAME };
-enum Outputs { UNTOUCHED, MISSING, ZEROED, OUTER_ZEROED, SAME_OUTPUTS };
-struct Outcome {
-    Result result;
-    Outputs outputs;
-};
-
 bool zeros(const Vec &v) { return !v.empty() && v == Vec(v.size(), 0.0); }
+
+// The result as a number: a status or a value, NaN for the missing value and for no matrix.
+double resultNumber(const HostCall &c) {
+    if (c.result.type == LUMO_INT) return c.result.v.w.ival;
+    if (c.result.type == LUMO_DOUBLE) return c.result.v.dval;
+    return c.values().empty() ? NAN : HUGE_VAL;
+}
 
 bool resultHolds(Result r, const HostCall &c, const HostCall &clean) {
     switch (r) {
-    case KEEPS: return c.status() == 99;
-    case ZERO: return c.status() == 0;
-    case ONE: return c.status() == 1;
-    case NAN_VALUE: return std::isnan(c.value());
+    case KEEPS: return resultNumber(c) == 99;
+    case ZERO: return resultNumber(c) == 0;
+    case ONE: return resultNumber(c) == 1;
+    case MINUS_ONE: return resultNumber(c) == -1;
+    case NAN_VALUE: return std::isnan(resultNumber(c));
     case NO_RESULT: return c.result.type == LUMO_EMPTY;
     case ZEROS: return zeros(c.values());
+    case MISSING_MATRIX: return !c.values().empty() && AllMissing(c.values());
     default: return sameValue(c.result, clean.result);
     }
 }
@@ -121,15 +174,21 @@ struct Export {
 };
 const Export kRls{"rls", FnRlsEst, rlsArgs}, kGarch{"garch", FnGarchVar, garchArgs},
     kEgarch{"egarch", FnEgarchVar, egarchArgs}, kProbit{"probit", FnBinProbitRz, probitArgs},
-    kLogit{"logit", FnLogitRz, logitArgs}, kActFit{"actfit", FnActFitTable, actFitArgs},
+    kLogit{"logit", FnLogitRz, logitArgs}, kDeriv{"logit derivatives", FnLogitProbDeriv, derivArgs},
+    kActFit{"actfit", FnActFitTable, actFitArgs}, kCount{"count", FnCountRz, countArgs},
     kFilter{"filter", FnFilterMS, filterArgs}, kSmooth{"smooth", FnSmoothMS, smoothArgs},
     kSmooth2{"smooth2", FnSmoothMS2, smoothArgs}, kSmooth2sym{"smooth2sym", FnSmoothMS2sym, smoothArgs},
     kDeseason{"deseasonalize", FnDeSeasonalize, deseasonArgs}, kRsq{"seasonal rsq", FnSeasonalRsq, rsqArgs},
     kKron{"kronecker", FnKroneckerSel, kronArgs}, kGls{"long-run covariance", FnGLScovariance, glsArgs},
-    kDynForc{"forecast", FnDynForc, dynForcArgs}, kImpulse{"impulse", FnImpulse, impulseArgs};
+    kDynForc{"forecast", FnDynForc, dynForcArgs}, kImpulse{"impulse", FnImpulse, impulseArgs},
+    kComfac{"comfac", FnComfac, comfacArgs}, kEncompassing{"encompassing", FnEncompassing, encompassingArgs},
+    kFrac{"fracint", FnFracSigma, fracArgs}, kInstability{"instability", FnInstabilityTest, instabilityArgs},
+    kJackknife{"jackknife", FnJackknifeHCSE, jackknifeArgs}, kRalsFunc{"rals", FnRalsFunc, ralsFuncArgs},
+    kRalsForecast{"rals forecast", FnRalsForecast, ralsForecastArgs}, kRiv{"riv", FnRivEst, rivArgs};
 
 TEST(EstimatorExports, BadInput) {
-    const Outcome REFUSED{KEEPS, UNTOUCHED}, STATUS0{ZERO, MISSING}, NAN_RESULT{NAN_VALUE, UNTOUCHED};
+    const Outcome REFUSED{KEEPS, UNTOUCHED}, STATUS0{ZERO, MISSING}, NAN_RESULT{NAN_VALUE, UNTOUCHED},
+        MINUS1{MINUS_ONE, UNTOUCHED};
     using Edit = void (*)(HostCall &);
     // message: the host's report when a check abandons the call (empty when the export ran).
     const struct {
@@ -141,18 +200,12 @@ TEST(EstimatorExports, BadInput) {
     } rows[] = {
         // clang-format off
         {kRls, "X a double", [](HostCall &c) { c.dbl(1, 1); }, REFUSED, "argument 1: matrix expected, double found"},
-        {kRls, "force a matrix", [](HostCall &c) { c.row(4, {1}); }, REFUSED, "argument 4: int expected, matrix found"},
-        {kRls, "last < first", [](HostCall &c) { c.num(2, 10).num(3, 9); }, REFUSED, ""},
-        {kRls, "first < 0", [](HostCall &c) { c.num(2, -1); }, REFUSED, ""},
         {kRls, "last = INT_MAX", [](HostCall &c) { c.num(3, INT_MAX); }, REFUSED, ""},
-        {kRls, "Y too short", [](HostCall &c) { c.args[0].v.w.ival = 60; }, REFUSED, ""},
         {kRls, "X too short", [](HostCall &c) { c.args[1].v.w.ival = 40; }, REFUSED, ""},
         {kRls, "Y columns < 0", [](HostCall &c) { c.args[0].v.w.u.cols = -1; }, REFUSED, ""},
         {kRls, "first + k > last", [](HostCall &c) { c.num(2, 45).num(3, 47); }, STATUS0, ""},
         {kRls, "no equations", [](HostCall &c) { c.args[0].v.w.u.cols = 0; }, STATUS0, ""},
         {kRls, "no regressors", [](HostCall &c) { c.args[1].v.w.u.cols = 0; }, STATUS0, ""},
-        {kGarch, "e two columns", [](HostCall &c) { c.mat(0, 5, 2, Vec(10, 0.1)); }, REFUSED, ""},
-        {kGarch, "negative p", [](HostCall &c) { c.num(3, -1); }, REFUSED, ""},
         {kGarch, "coef too short", [](HostCall &c) { c.num(3, 2); }, REFUSED, ""},
         {kGarch, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[10], nullptr); }, REFUSED, ""},
         {kGarch, "no observations", [](HostCall &c) { c.mat(0, 0, 1, {}).mat(1, 0, 1, {}); }, REFUSED, ""},
@@ -165,29 +218,29 @@ TEST(EstimatorExports, BadInput) {
         {kEgarch, "theta an int", [](HostCall &c) { c.num(2, 1); }, REFUSED, "argument 2: double expected, int found"},
         {kProbit, "y two columns", [](HostCall &c) { c.mat(1, 5, 2, Vec(10, 1)); }, NAN_RESULT, ""},
         {kProbit, "X rows differ from n", [](HostCall &c) { c.mat(2, 4, 2, Vec(8, 1)); }, NAN_RESULT, ""},
-        {kProbit, "X without columns", [](HostCall &c) { c.mat(2, 5, 0, {}).mat(0, 0, 0, {}); }, NAN_RESULT, ""},
-        {kProbit, "beta count differs", [](HostCall &c) { c.col(0, {1, 2, 3}); }, NAN_RESULT, ""},
         {kProbit, "beta an int", [](HostCall &c) { c.num(0, 1); }, NAN_RESULT,
          "argument 0: matrix expected, int found"},
         {kLogit, "beta count differs", [](HostCall &c) { c.row(0, {1, 2, 3, 4}); }, NAN_RESULT, ""},
         {kLogit, "no categories", [](HostCall &c) { c.num(2, 0); }, NAN_RESULT, ""},
         {kLogit, "y without columns", [](HostCall &c) { c.mat(1, 5, 0, {}); }, NAN_RESULT, ""},
+        {kDeriv, "m a double", [](HostCall &c) { c.dbl(2, 4); }, REFUSED, "argument 2: int expected, double found"},
+        {kDeriv, "last beyond the rows", [](HostCall &c) { c.num(4, 30); }, REFUSED, ""},
+        {kDeriv, "m with beta for fewer categories", [](HostCall &c) { c.num(2, 5); }, REFUSED, ""},
         {kActFit, "row counts differ", [](HostCall &c) { c.col(0, {0, 1, 2, 1}); }, REFUSED, ""},
         {kActFit, "too few indicator columns", [](HostCall &c) { c.mat(0, 5, 2, Vec(10, 1)); }, REFUSED, ""},
-        {kFilter, "no observations", [](HostCall &c) { c.mat(0, 0, 2, {}); }, REFUSED, ""},
+        {kCount, "model a double", [](HostCall &c) { c.dbl(3, 1); }, NAN_RESULT,
+         "argument 3: int expected, double found"},
+        {kCount, "X rows differ from n", [](HostCall &c) { c.mat(2, 4, 2, Vec(8, 1)); }, NAN_RESULT, ""},
+        {kCount, "last beyond the rows", [](HostCall &c) { c.num(5, 5); }, NAN_RESULT, ""},
+        {kCount, "theta without log alpha", [](HostCall &c) { c.col(0, {0.3, -0.2}); }, NAN_RESULT, ""},
+        {kCount, "fixed alpha NaN", [](HostCall &c) { c.num(3, 2).col(0, {0.3, -0.2}).dbl(6, NAN); }, NAN_RESULT, ""},
         {kFilter, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[3], nullptr); }, REFUSED, ""},
         {kFilter, "P 3 x 3", [](HostCall &c) { c.mat(1, 3, 3, Vec(9, 0.1)); }, REFUSED,
          "argument 1: 2 x 2 matrix expected, 3 x 3 found"},
-        {kFilter, "init 2 x 1", [](HostCall &c) { c.col(2, {0.5, 0.5}); }, REFUSED,
-         "argument 2: 1 x 2 matrix expected, 2 x 1 found"},
         {kSmooth, "output by value", [](HostCall &c) { c.num(2, 1); }, REFUSED,
          "argument 2: reference expected, int found"},
         {kDeseason, "s = 1", [](HostCall &c) { c.num(1, 1); }, REFUSED, ""},
-        {kDeseason, "no rows", [](HostCall &c) { c.mat(0, 0, 1, {}); }, REFUSED, ""},
-        {kDeseason, "no columns", [](HostCall &c) { c.mat(0, 8, 0, {}); }, REFUSED, ""},
         {kRsq, "y two columns", [](HostCall &c) { c.mat(0, 4, 2, kY); }, REFUSED, ""},
-        {kRsq, "s = 1", [](HostCall &c) { c.num(1, 1); }, REFUSED, ""},
-        {kRsq, "no rows", [](HostCall &c) { c.mat(0, 0, 1, {}); }, REFUSED, ""},
         {kKron, "R an int", [](HostCall &c) { c.num(2, 0); }, REFUSED, "argument 2: matrix expected, int found"},
         {kGls, "U with fewer rows than X", [](HostCall &c) { c.mat(1, 3, 2, Vec(6, 1)); }, REFUSED, ""},
         {kGls, "hac a double", [](HostCall &c) { c.dbl(2, 1); }, REFUSED, "argument 2: int expected, double found"},
@@ -216,6 +269,54 @@ TEST(EstimatorExports, BadInput) {
         {kImpulse, "kind 3, vector too short", [](HostCall &c) { c.num(15, 3).row(13, {1}); }, REFUSED, ""},
         {kImpulse, "more modelled equations than variables", [](HostCall &c) { c.num(4, 0).mat(11, 3, 3, Vec(9, 1)); },
          REFUSED, ""},
+        {kComfac, "tolerance an int", [](HostCall &c) { c.num(5, 0); }, MINUS1,
+         "argument 5: double expected, int found"},
+        {kComfac, "covariance 8 x 8", [](HostCall &c) { c.mat(1, 8, 8, Vec(64, 0.1)); }, MINUS1, ""},
+        {kComfac, "AR order above 16", [](HostCall &c) { c.row(2, {17, 2, 2}); }, MINUS1, ""},
+        {kComfac, "AR positions too few", [](HostCall &c) { c.row(3, {1}); }, MINUS1, ""},
+        {kComfac, "position beyond k", [](HostCall &c) { c.row(4, {3, 4, 5, 6, 7, 9}); }, MINUS1, ""},
+        {kComfac, "order 0", [](HostCall &c) { c.num(6, 0); }, MINUS1, ""},
+        {kEncompassing, "k1 a double", [](HostCall &c) { c.dbl(1, 3); }, REFUSED,
+         "argument 1: int expected, double found"},
+        {kEncompassing, "shared > k1", [](HostCall &c) { c.num(2, 4); }, REFUSED, ""},
+        {kEncompassing, "last beyond the data", [](HostCall &c) { c.num(6, 20); }, REFUSED, ""},
+        {kEncompassing, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[10], nullptr); }, REFUSED,
+         ""},
+        {kEncompassing, "rows no more than the nesting model's columns", [](HostCall &c) { c.num(6, 3); }, STATUS0, ""},
+        {kEncompassing, "an infinite regressor",
+         [](HostCall &c) { static_cast<MATRIX>(c.args[0].data)[5][2] = INFINITY; },
+         STATUS0, ""},
+        {kFrac, "p above the coefficients", [](HostCall &c) { c.num(1, 3); }, REFUSED, "argument 1 is invalid"},
+        {kFrac, "d an int", [](HostCall &c) { c.num(3, 0); }, REFUSED, "argument 3: double expected, int found"},
+        {kFrac, "p + q below the coefficients", [](HostCall &c) { c.num(2, 0); }, REFUSED, ""},
+        {kFrac, "d = 0.5", [](HostCall &c) { c.dbl(3, 0.5); }, STATUS0, ""},
+        {kFrac, "AR root on the unit circle", [](HostCall &c) { c.row(0, {1.0, 0.3}); }, STATUS0, ""},
+        {kFrac, "repeated AR root", [](HostCall &c) { c.row(0, {1.0, -0.25, 0.3}).num(1, 2).num(2, 1); }, STATUS0, ""},
+        {kFrac, "infinite MA coefficient", [](HostCall &c) { c.row(0, {0.5, INFINITY}); }, STATUS0, ""},
+        {kInstability, "sigma2 an int", [](HostCall &c) { c.num(2, 1); }, REFUSED,
+         "argument 2: double expected, int found"},
+        {kInstability, "residuals of other length", [](HostCall &c) { c.col(1, {1, 2, 3}); }, REFUSED, ""},
+        {kJackknife, "inverse a double", [](HostCall &c) { c.dbl(2, 1.0); }, REFUSED,
+         "argument 2: matrix expected, double found"},
+        {kJackknife, "residuals of other length", [](HostCall &c) { c.col(1, {1, 2}); }, REFUSED, ""},
+        {kJackknife, "inverse 2 x 3", [](HostCall &c) { c.mat(2, 2, 3, Vec(6, 1.0)); }, REFUSED, ""},
+        {kRalsFunc, "rho an int", [](HostCall &c) { c.num(2, 1); }, NAN_RESULT,
+         "argument 2: matrix expected, int found"},
+        {kRalsFunc, "first < p", [](HostCall &c) { c.num(3, 1); }, NAN_RESULT, ""},
+        {kRalsFunc, "no more observations than regressors", [](HostCall &c) { c.num(3, 28); }, NAN_RESULT, ""},
+        {kRalsForecast, "no forecast", [](HostCall &c) { c.num(5, 0); }, REFUSED, ""},
+        {kRalsForecast, "X without the forecast rows", [](HostCall &c) { c.num(5, 5); }, REFUSED, ""},
+        {kRalsForecast, "b of other length", [](HostCall &c) { c.col(6, {1, 1, 1}); }, REFUSED, ""},
+        {kRalsForecast, "reference without target", [](HostCall &c) { LumoValSetRef(&c.args[8], nullptr); }, REFUSED,
+         ""},
+        {kRiv, "force a double", [](HostCall &c) { c.dbl(6, 1); }, REFUSED, "argument 6: int expected, double found"},
+        {kRiv, "last beyond the columns", [](HostCall &c) { c.num(5, 83); }, REFUSED, ""},
+        {kRiv, "not identified", [](HostCall &c) { c.num(1, 3); }, STATUS0, ""},
+        {kRiv, "too few observations", [](HostCall &c) { c.num(4, 77); }, STATUS0, ""},
+        {kRiv, "instruments collinear", [](HostCall &c) {
+             MATRIX d = static_cast<MATRIX>(c.args[0].data);
+             std::copy(d[4], d[4] + 83, d[5]);
+         }, STATUS0, ""},
         // clang-format on
     };
     for (const auto &r : rows) {
@@ -231,35 +332,48 @@ TEST(EstimatorExports, BadInput) {
     }
 }
 
+// Allocations of the library (scratch) and of the host (results), what a failure of each leaves,
+// and the (output, input) pairs of the aliasing check.
+const struct {
+    const Export &x;
+    long libAllocs;
+    Outcome lib;
+    long hostAllocs;
+    Outcome host;
+    int pairs;
+} kFrames[] = {
+    // clang-format off
+    {kRls, 1, {ZERO, MISSING}, 14, {ZERO, UNTOUCHED}, 7 * 5},
+    {kGarch, 1, {ZERO, MISSING}, 4, {ZERO, UNTOUCHED}, 2 * 9},
+    {kEgarch, 1, {ONE, ZEROED}, 4, {ZERO, UNTOUCHED}, 2 * 9},
+    {kProbit, 1, {SAME, OUTER_ZEROED}, 10, {NAN_VALUE, UNTOUCHED}, 5 * 4},
+    {kLogit, 1, {NAN_VALUE, MISSING}, 10, {NAN_VALUE, UNTOUCHED}, 5 * 7},
+    {kDeriv, 1, {MISSING_MATRIX, UNTOUCHED}, 2, {NO_RESULT, UNTOUCHED}, 0},
+    {kActFit, 0, {}, 2, {NO_RESULT, UNTOUCHED}, 0},
+    {kCount, 0, {}, 10, {NAN_VALUE, UNTOUCHED}, 5 * 7},
+    {kFilter, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}, 2 * 3},
+    {kSmooth, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}, 2 * 2},
+    {kSmooth2, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}, 2 * 2},
+    {kSmooth2sym, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}, 2 * 2},
+    {kDeseason, 0, {}, 2, {NO_RESULT, UNTOUCHED}, 0},
+    {kRsq, 0, {}, 2, {NAN_VALUE, UNTOUCHED}, 1 * 3},
+    {kKron, 0, {}, 2, {NO_RESULT, UNTOUCHED}, 0},
+    {kGls, 2, {ZEROS, UNTOUCHED}, 2, {NO_RESULT, UNTOUCHED}, 0},
+    {kDynForc, 1, {KEEPS, UNTOUCHED}, 4, {KEEPS, UNTOUCHED}, 1 * 18},
+    {kImpulse, 1, {KEEPS, UNTOUCHED}, 2, {KEEPS, UNTOUCHED}, 0},
+    {kComfac, 1, {MINUS_ONE, MISSING}, 4, {MINUS_ONE, UNTOUCHED}, 2 * 7},
+    {kEncompassing, 1, {ZERO, MISSING}, 6, {ZERO, UNTOUCHED}, 3 * 8},
+    {kFrac, 1, {ZERO, MISSING}, 2, {ZERO, UNTOUCHED}, 1 * 5},
+    {kInstability, 1, {MINUS_ONE, MISSING}, 2, {MINUS_ONE, UNTOUCHED}, 1 * 3},
+    {kJackknife, 1, {NAN_VALUE, UNTOUCHED}, 2, {NAN_VALUE, UNTOUCHED}, 0},
+    {kRalsFunc, 1, {NAN_VALUE, MISSING}, 6, {NAN_VALUE, UNTOUCHED}, 3 * 5},
+    {kRalsForecast, 0, {}, 4, {NAN_VALUE, UNTOUCHED}, 2 * 7},
+    {kRiv, 1, {ZERO, MISSING}, 12, {ZERO, UNTOUCHED}, 6 * 7},
+    // clang-format on
+};
+
 TEST(EstimatorExports, AllocationFailures) {
-    // Allocations of the library (scratch) and of the host (results), and what a failure leaves.
-    const struct {
-        const Export &x;
-        long libAllocs;
-        Outcome lib;
-        long hostAllocs;
-        Outcome host;
-    } rows[] = {
-        // clang-format off
-        {kRls, 1, {ZERO, MISSING}, 14, {ZERO, UNTOUCHED}},
-        {kGarch, 1, {ZERO, MISSING}, 4, {ZERO, UNTOUCHED}},
-        {kEgarch, 1, {ONE, ZEROED}, 4, {ZERO, UNTOUCHED}},
-        {kProbit, 1, {SAME, OUTER_ZEROED}, 10, {NAN_VALUE, UNTOUCHED}},
-        {kLogit, 1, {NAN_VALUE, MISSING}, 10, {NAN_VALUE, UNTOUCHED}},
-        {kActFit, 0, {}, 2, {NO_RESULT, UNTOUCHED}},
-        {kFilter, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}},
-        {kSmooth, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}},
-        {kSmooth2, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}},
-        {kSmooth2sym, 1, {ZERO, MISSING}, 4, {KEEPS, UNTOUCHED}},
-        {kDeseason, 0, {}, 2, {NO_RESULT, UNTOUCHED}},
-        {kRsq, 0, {}, 2, {NAN_VALUE, UNTOUCHED}},
-        {kKron, 0, {}, 2, {NO_RESULT, UNTOUCHED}},
-        {kGls, 2, {ZEROS, UNTOUCHED}, 2, {NO_RESULT, UNTOUCHED}},
-        {kDynForc, 1, {KEEPS, UNTOUCHED}, 4, {KEEPS, UNTOUCHED}},
-        {kImpulse, 1, {KEEPS, UNTOUCHED}, 2, {KEEPS, UNTOUCHED}},
-        // clang-format on
-    };
-    for (const auto &r : rows) {
+    for (const auto &r : kFrames) {
         SCOPED_TRACE(r.x.name);
         HostCall clean, c; // the arguments are built before counting starts
         r.x.args(clean);
@@ -279,13 +393,45 @@ TEST(EstimatorExports, AllocationFailures) {
     }
 }
 
+TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
+    // A host program that filters or smooths in place passes the input's own variable as an
+    // output. Every (output, input) pair of every export with outputs: the call reads all its
+    // inputs before it writes, so under AddressSanitizer nothing is read from released storage,
+    // and the variable ends holding exactly the output of a call without aliasing.
+    for (const auto &r : kFrames) {
+        HostCall clean;
+        r.x.args(clean);
+        ASSERT_EQ(clean.invoke(r.x.fn), 1);
+        int pairs = 0;
+        for (int out = 0; out < clean.count; ++out) {
+            if (!clean.isOutput(out)) continue;
+            for (int in = 0; in < clean.count; ++in) {
+                if (clean.isOutput(in)) continue;
+                SCOPED_TRACE(::testing::Message() << r.x.name << ": output " << out << " names input " << in);
+                HostCall c;
+                r.x.args(c);
+                LumoValSetRef(&c.args[out], &c.args[in]);
+                ++pairs;
+                ASSERT_EQ(c.invoke(r.x.fn), 1) << LumoHostLastError();
+                EXPECT_TRUE(sameValue(c.result, clean.result));
+                EXPECT_TRUE(sameValue(c.args[in], clean.targets[out]));
+                for (int other = 0; other < c.count; ++other)
+                    if (c.isOutput(other)) {
+                        EXPECT_TRUE(sameValue(c.targets[other], clean.targets[other])) << other;
+                    }
+            }
+        }
+        EXPECT_EQ(pairs, r.pairs) << r.x.name;
+    }
+}
+
 TEST(EstimatorExports, OmittedOutputsChangeNothingElse) {
     // Every subset of the optional outputs: a plain value in an output position is neither read
     // nor replaced, and what is asked for is bit for bit what a call with every output gives.
     const struct {
         const Export &x;
         int first, last;
-    } rows[] = {{kRls, 5, 11}, {kProbit, 4, 8}, {kLogit, 7, 11}, {kFilter, 4, 4}};
+    } rows[] = {{kRls, 5, 11}, {kProbit, 4, 8}, {kLogit, 7, 11}, {kFilter, 4, 4}, {kRalsFunc, 6, 7}, {kRiv, 7, 12}};
     for (const auto &r : rows) {
         HostCall all;
         r.x.args(all);
@@ -303,40 +449,6 @@ TEST(EstimatorExports, OmittedOutputsChangeNothingElse) {
                                              : some.args[i].v.w.ival == -3);
         }
     }
-}
-
-TEST(EstimatorExports, OutputNamingAnInputIsSafe) {
-    // A host program that filters or smooths in place passes the input's own variable as an
-    // output. Every (output, input) pair of every export with outputs: the call reads all its
-    // inputs before it writes, so under AddressSanitizer nothing is read from released storage,
-    // and the variable ends holding exactly the output of a call without aliasing.
-    const Export *exports[] = {&kRls,    &kGarch,   &kEgarch,     &kProbit, &kLogit,  &kFilter,
-                               &kSmooth, &kSmooth2, &kSmooth2sym, &kRsq,    &kDynForc};
-    int pairs = 0;
-    for (const Export *x : exports) {
-        HostCall clean;
-        x->args(clean);
-        ASSERT_EQ(clean.invoke(x->fn), 1);
-        for (int out = 0; out < clean.count; ++out) {
-            if (!clean.isOutput(out)) continue;
-            for (int in = 0; in < clean.count; ++in) {
-                if (clean.isOutput(in)) continue;
-                SCOPED_TRACE(::testing::Message() << x->name << ": output " << out << " names input " << in);
-                HostCall c;
-                x->args(c);
-                LumoValSetRef(&c.args[out], &c.args[in]);
-                ++pairs;
-                ASSERT_EQ(c.invoke(x->fn), 1) << LumoHostLastError();
-                EXPECT_TRUE(sameValue(c.result, clean.result));
-                EXPECT_TRUE(sameValue(c.args[in], clean.targets[out]));
-                for (int other = 0; other < c.count; ++other)
-                    if (c.isOutput(other)) {
-                        EXPECT_TRUE(sameValue(c.targets[other], clean.targets[other])) << other;
-                    }
-            }
-        }
-    }
-    EXPECT_EQ(pairs, 7 * 5 + 2 * 9 + 2 * 9 + 5 * 4 + 5 * 7 + 2 * 3 + 3 * 2 * 2 + 1 * 3 + 1 * 18);
 }
 
 TEST(EstimatorExports, RecursionOverManyEquations) {
@@ -364,31 +476,6 @@ TEST(EstimatorExports, RecursionOverManyEquations) {
         }
     }
     KvAllocSetLimit(limit);
-}
-
-TEST(EstimatorExports, KroneckerIndicesOfAnEmptyProduct) {
-    // A factor without rows or columns leaves the product without valid indices, even those
-    // that truncate to 0: every element is missing, and nothing is read through a null row.
-    const struct {
-        const char *what;
-        int rA, cA, rB, cB;
-        double r, c;
-    } rows[] = {
-        // clang-format off
-        {"no rows in either factor", 0, 3, 0, 1048576, -0.5, 0.0},
-        {"A without columns", 1, 0, 2, 2, -8.8e-280, -8.8e-280},
-        {"B without rows", 2, 2, 0, 3, 0.0, 0.0},
-        // clang-format on
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        HostCall c;
-        c.mat(0, r.rA, r.cA, {}).mat(1, r.rB, r.cB, {}).row(2, {r.r}).row(3, {r.c});
-        ASSERT_EQ(c.invoke(FnKroneckerSel), 1);
-        const Vec v = c.values();
-        ASSERT_EQ(v.size(), 1u);
-        EXPECT_TRUE(std::isnan(v[0]));
-    }
 }
 
 } // namespace

@@ -182,16 +182,6 @@ TEST(Forecast, StandardErrors) {
     }
 }
 
-TEST(Forecast, ModelWithoutLagsUsesOmegaAtEveryHorizon) {
-    HostCall c; // y = 2 x, one equation, no lagged endogenous regressor
-    c.mat(0, 1, 5, {1, 2, 3, 4, 5}).mat(1, 1, 5, {0.5, 1, 1.5, 2, 2.5}).num(2, 1).num(3, 4).num(4, 0);
-    c.num(5, 1).num(6, 1).row(7, {1, 2}).row(8, {1, 0}).row(9, {0, 0}).mat(10, 1, 1, {2}).mat(11, 1, 1, {0.25});
-    c.num(12, 0).num(13, 0).num(14, 0).num(15, 0).ref(16).num(17, 0).num(18, 0);
-    ASSERT_EQ(c.invoke(FnDynForc), 1);
-    EXPECT_EQ(c.values(), (Vec{2, 3, 4, 5}));
-    EXPECT_EQ(c.out(16), (Vec{0.5, 0.5, 0.5, 0.5}));
-}
-
 TEST(Impulse, KindsEqualPsiTimesTheImpulse) {
     const Var2 m;
     const double l00 = std::sqrt(m.omega[0][0]), l10 = m.omega[1][0] / l00;

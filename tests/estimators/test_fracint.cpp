@@ -1,13 +1,13 @@
 // ARFIMA autocovariances against independent computations: the closed forms of fractional noise
 // and of ARMA(1,1), and brute-force sums over long MA(infinity) expansions (with the asymptotic
 // tail added) for models with real and complex AR roots; the non-convergence message of the
-// hypergeometric series; and every failure path of the export.
+// hypergeometric series.
 #include <cmath>
 #include <string>
 
+#include "common/host_call.h"
 #include "database/output.h"
 #include "estimators/fracint.h"
-#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -132,26 +132,6 @@ TEST(FracSigma, SeriesReportsNonConvergence) {
     const std::complex<double> s = FracHyperSeries(1.5, 1.5, z, nullptr);
     EXPECT_NEAR(s.real(), (1.0 / (1.0 - z)).real(), 1e-14);
     EXPECT_NEAR(s.imag(), (1.0 / (1.0 - z)).imag(), 1e-14);
-}
-
-void fracArgs(HostCall &c) { c.row(0, {0.5, 0.3}).num(1, 1).num(2, 1).dbl(3, 0.2).num(4, 4).ref(5); }
-
-TEST(FracSigma, BadInputAndFrame) {
-    // Refused: untouched; run and failed: status 0, the autocovariances missing.
-    const BadInput rows[] = {
-        // clang-format off
-        {"p above the coefficients", [](HostCall &c) { c.num(1, 3); }, "argument 1 is invalid"},
-        {"d an int", [](HostCall &c) { c.num(3, 0); }, "argument 3: double expected, int found"},
-        {"p + q below the coefficients", [](HostCall &c) { c.num(2, 0); }, ""},
-        {"d = 0.5", [](HostCall &c) { c.dbl(3, 0.5); }, "", 0, true},
-        {"AR root on the unit circle", [](HostCall &c) { c.row(0, {1.0, 0.3}); }, "", 0, true},
-        {"repeated AR root", [](HostCall &c) { c.row(0, {1.0, -0.25, 0.3}).num(1, 2).num(2, 1); }, "", 0, true},
-        {"infinite MA coefficient", [](HostCall &c) { c.row(0, {0.5, INFINITY}); }, "", 0, true},
-        // clang-format on
-    };
-    CheckBadInput(FnFracSigma, fracArgs, rows);
-    // The one library block, the host matrix's two allocations: status 0.
-    CheckFrames({Frame{"fracint", FnFracSigma, fracArgs, 1, 2, 0, 1 * 5}});
 }
 
 } // namespace

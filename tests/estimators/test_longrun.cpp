@@ -87,7 +87,9 @@ TEST(Kronecker, SelectionMatchesFullProduct) {
         {"empty C: cA cB rows and no columns, whatever R holds", 3, 2, 2, 4, {0, 1}, {}, Vec(8), {}},
         {"B without rows: every requested element missing", 3, 2, 0, 4, {0, 1}, {0, 1}, {-1, -1}, {0, 1}},
         {"B 0 x 0, empty R: no rows", 3, 2, 0, 0, {}, {0, 1}, {}, {-1, -1}},
-        {"A without columns", 3, 0, 2, 4, {0}, {0, 1, 2}, {0}, {-1, -1, -1}},
+        // Indices that truncate to 0 are still outside a product without columns or rows.
+        {"A without columns", 3, 0, 2, 4, {-8.8e-280}, {-8.8e-280, 1, 2}, {0}, {-1, -1, -1}},
+        {"no rows in either factor", 0, 3, 0, 1048576, {-0.5}, {0}, {-1}, {0}},
         // clang-format on
     };
     for (const auto &k : cases) {

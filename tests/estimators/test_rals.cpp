@@ -3,11 +3,10 @@
 // derivatives against finite differences, its optimum (Newton's method on those derivatives)
 // against R's conditional-sum-of-squares estimates (tests/data), the forecasts against the
 // quasi-differenced model equation iterated forward and their standard errors against the MA
-// weights of the autoregression. Then the frame of both exports.
+// weights of the autoregression.
 #include <fstream>
 
 #include "estimators/exports_sample.h"
-#include "estimators/frame_checks.h"
 #include "kavrel/kavrel.h"
 
 namespace {
@@ -202,51 +201,6 @@ TEST(RalsForecast, MatchesModelEquationAndMaWeights) {
         ExpectClose(c.out(7), want, 1e-13, "forecasts");
         ExpectClose(c.out(8), wantSe, 1e-13, "standard errors");
     }
-}
-
-void funcArgs(HostCall &c) {
-    const Data d = simulate(30, 2, {0.5});
-    c.col(0, d.y).mat(1, 30, 2, d.x).row(2, {0.4, 0.1}).num(3, 2).num(4, 29).ref(5, 7);
-}
-void forecastArgs(HostCall &c) {
-    const Data d = simulate(30, 2, {0.5});
-    c.col(0, d.y).mat(1, 30, 2, d.x).row(2, {0.4}).num(3, 1).num(4, 25).num(5, 4).col(6, {1, 1}).ref(7, 8);
-}
-
-TEST(RalsExports, BadInputAndFrame) {
-    // FnRalsFunc leaves its missing result, FnRalsForecast the host's; outputs are untouched.
-    const BadInput func[] = {
-        // clang-format off
-        {"rho an int", [](HostCall &c) { c.num(2, 1); }, "argument 2: matrix expected, int found", NAN},
-        {"first < p", [](HostCall &c) { c.num(3, 1); }, "", NAN},
-        {"no more observations than regressors", [](HostCall &c) { c.num(3, 28); }, "", NAN},
-        {"reference without target", [](HostCall &c) { LumoValSetRef(&c.args[5], nullptr); }, "", NAN},
-        // clang-format on
-    };
-    const BadInput forecast[] = {
-        // clang-format off
-        {"no forecast", [](HostCall &c) { c.num(5, 0); }, ""},
-        {"X without the forecast rows", [](HostCall &c) { c.num(5, 5); }, ""},
-        {"b of other length", [](HostCall &c) { c.col(6, {1, 1, 1}); }, ""},
-        {"reference without target", [](HostCall &c) { LumoValSetRef(&c.args[8], nullptr); }, ""},
-        // clang-format on
-    };
-    CheckBadInput(FnRalsFunc, funcArgs, func);
-    CheckBadInput(FnRalsForecast, forecastArgs, forecast);
-    CheckFrames({Frame{"function", FnRalsFunc, funcArgs, 1, 6, NAN, 3 * 5},
-                 Frame{"forecast", FnRalsForecast, forecastArgs, 0, 4, NAN, 2 * 7}});
-}
-
-TEST(RalsFunc, DerivativesOmitted) {
-    // b and the log-likelihood are those of a call with every output.
-    HostCall all, none;
-    funcArgs(all);
-    funcArgs(none);
-    none.num(6, 0).num(7, 0);
-    ASSERT_EQ(all.invoke(FnRalsFunc), 1);
-    ASSERT_EQ(none.invoke(FnRalsFunc), 1);
-    EXPECT_TRUE(SameHostValue(none.result, all.result));
-    EXPECT_TRUE(SameHostValue(none.targets[5], all.targets[5]));
 }
 
 } // namespace

@@ -144,7 +144,6 @@ TEST(RlsEst, MatchesBruteForceRefits) {
         int firstOutput = 0, lastOutput = 6; // outputs compared (coefficients 0 .. system statistic 6)
     } rows[] = {
         // clang-format off
-        {"one equation", 1, 3, 0, 179, -1, PLAIN, 1e-11},
         {"one equation, forced refit", 1, 3, 0, 179, 77, PLAIN, 1e-11},
         {"three equations, forced refit", 3, 4, 0, 179, 120, PLAIN, 1e-11},
         {"first > 0, start inside the sample", 2, 3, 40, 179, -1, PLAIN, 1e-11},
