@@ -1,6 +1,6 @@
 // Derivatives of the logit probabilities through the host, against central differences of the
-// probabilities FnLogitRz returns (the same model with the regressor moved), at single
-// observations and averaged over ranges.
+// probabilities FnLogitRz returns (the same model with the regressor moved), averaged over a range
+// of observations.
 #include <cmath>
 
 #include "common/host_call.h"
@@ -25,30 +25,28 @@ Vec probabilities(const Data &d, const Vec &X) {
 }
 
 TEST(LogitProbDeriv, AgainstDifferencesOfTheProbabilities) {
+    // The effects averaged over observations 5..24, probabilities well away from uniform.
     Data d;
-    for (double &b : d.beta) b *= 2.0; // probabilities well away from uniform
-    const struct { int first, last; } rows[] = {{kN - 1, kN - 1}, {5, 24}};
-    for (const auto &r : rows) {
-        SCOPED_TRACE(::testing::Message() << "observations " << r.first << ".." << r.last);
-        HostCall c;
-        c.row(0, d.beta).mat(1, kN, kX, d.X).num(2, kM).num(3, r.first).num(4, r.last);
-        ASSERT_EQ(c.invoke(FnLogitProbDeriv), 1);
-        ASSERT_EQ(c.result.v.w.ival, kM);
-        ASSERT_EQ(c.result.v.w.u.cols, kX);
-        Vec want(kM * kX, 0.0);
-        const double h = 1e-6;
-        for (int l = 0; l < kX; ++l) {
-            // Moving regressor l of every observation at once moves each observation's own
-            // probabilities only.
-            Vec up = d.X, down = d.X;
-            for (int i = 0; i < kN; ++i) up[i * kX + l] += h, down[i * kX + l] -= h;
-            const Vec pu = probabilities(d, up), pd = probabilities(d, down);
-            for (int i = r.first; i <= r.last; ++i)
-                for (int j = 0; j < kM; ++j)
-                    want[j * kX + l] += (pu[i * kM + j] - pd[i * kM + j]) / (2 * h) / (r.last - r.first + 1);
-        }
-        ExpectClose(c.values(), want, 1e-9);
+    for (double &b : d.beta) b *= 2.0;
+    const int first = 5, last = 24;
+    HostCall c;
+    c.row(0, d.beta).mat(1, kN, kX, d.X).num(2, kM).num(3, first).num(4, last);
+    ASSERT_EQ(c.invoke(FnLogitProbDeriv), 1);
+    ASSERT_EQ(c.result.v.w.ival, kM);
+    ASSERT_EQ(c.result.v.w.u.cols, kX);
+    Vec want(kM * kX, 0.0);
+    const double h = 1e-6;
+    for (int l = 0; l < kX; ++l) {
+        // Moving regressor l of every observation at once moves each observation's own
+        // probabilities only.
+        Vec up = d.X, down = d.X;
+        for (int i = 0; i < kN; ++i) up[i * kX + l] += h, down[i * kX + l] -= h;
+        const Vec pu = probabilities(d, up), pd = probabilities(d, down);
+        for (int i = first; i <= last; ++i)
+            for (int j = 0; j < kM; ++j)
+                want[j * kX + l] += (pu[i * kM + j] - pd[i * kM + j]) / (2 * h) / (last - first + 1);
     }
+    ExpectClose(c.values(), want, 1e-9);
 }
 
 } // namespace
