@@ -109,6 +109,63 @@ TEST(Forecast, PathsAndStandardErrors) {
     }
 }
 
+// Central-difference derivative of the direct dynamic forecast of y_i at e from t1 with respect to
+// coefficient p (equation p / kReg, regressor p % kReg).
+double coefficientSlope(const Var2 &m, int i, int t1, int e, int p) {
+    const double step = 1e-6;
+    Var2 up = m, down = m;
+    up.B[p / kReg][p % kReg] += step;
+    down.B[p / kReg][p % kReg] -= step;
+    return (up.simulate(t1, e)[i][e + 2] - down.simulate(t1, e)[i][e + 2]) / (2 * step);
+}
+
+TEST(Forecast, CoefficientTermIsTheDeltaMethodOfTheSimulation) {
+    // var = error part + g' V g, g the forecast's gradient in the coefficients (numerical
+    // derivatives of the direct simulation here); V = R V_gamma R' given whole or by its factors.
+    constexpr int kP = 2 * kReg, kFree = 4;
+    const Var2 m;
+    Lcg g{23};
+    const Vec R = g.draws(kP * kFree), a = g.draws(kFree * kFree);
+    Vec Vgamma(kFree * kFree, 0.0), V(kP * kP, 0.0);
+    for (int r = 0; r < kFree; ++r)
+        for (int c = 0; c < kFree; ++c) {
+            for (int k = 0; k < kFree; ++k) Vgamma[r * kFree + c] += a[r * kFree + k] * a[c * kFree + k];
+            Vgamma[r * kFree + c] += r == c ? 0.1 : 0.0;
+        }
+    for (int p = 0; p < kP; ++p)
+        for (int q = 0; q < kP; ++q)
+            for (int x = 0; x < kFree; ++x)
+                for (int y = 0; y < kFree; ++y)
+                    V[p * kP + q] += R[p * kFree + x] * Vgamma[x * kFree + y] * R[q * kFree + y];
+    const int t1 = 6, t2 = 26;
+    const auto psi = m.psi(t2 - t1 + 1);
+    Vec want;
+    for (int i = 0; i < 2; ++i)
+        for (int e = t1; e <= t2; ++e) {
+            double v = 0.0;
+            for (int l = 0; l <= e - t1; ++l)
+                for (int b = 0; b < 2; ++b)
+                    for (int c = 0; c < 2; ++c) v += psi[l][2 * i + b] * m.omega[b][c] * psi[l][2 * i + c];
+            Vec grad(kP);
+            for (int p = 0; p < kP; ++p) grad[p] = coefficientSlope(m, i, t1, e, p);
+            for (int p = 0; p < kP; ++p)
+                for (int q = 0; q < kP; ++q) v += grad[p] * V[p * kP + q] * grad[q];
+            want.push_back(std::sqrt(v));
+        }
+    for (const bool whole : {true, false}) {
+        SCOPED_TRACE(whole ? "V whole" : "V as R V_gamma R'");
+        HostCall c;
+        modelArgs(c, m, t1, t2);
+        c.num(15, 0).ref(16).num(17, 0).num(18, 0);
+        if (whole)
+            c.mat(12, kP, kP, V);
+        else
+            c.mat(12, kFree, kFree, Vgamma).mat(13, kP, kFree, R).num(14, kFree);
+        ASSERT_EQ(c.invoke(FnDynForc), 1);
+        ExpectClose(c.out(16), want, 1e-7);
+    }
+}
+
 TEST(Impulse, CholeskyImpulsesArePsiTimesTheFactorsColumns) {
     // Kind 2: the shock is column `shock` of the lower Cholesky factor of Omega.
     const Var2 m;
