@@ -105,9 +105,15 @@ int RunEstimationCommand(const CommandInfo &command, int argc, char **argv, cons
     return status;
 }
 
+namespace {
+bool g_showProgress = true;
+} // namespace
+
+void CommandShowProgress(bool on) { g_showProgress = on; }
+
 OptSettings CommandSettings() {
     OptSettings s = OptDefaultSettings();
-    if (isatty(2))
+    if (g_showProgress && isatty(2))
         s.progress = [](void *, int iteration, double f, double relGradient) {
             std::fprintf(stderr, "\riteration %3d  objective %.10g  relative gradient %.2e", iteration, f, relGradient);
         };
