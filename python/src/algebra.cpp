@@ -30,7 +30,9 @@ struct DbHolder {
     }
 };
 
+// The compiler's message with plain line ends and no trailing blank.
 std::string trimmed(std::string s) {
+    for (size_t i; (i = s.find('\r')) != std::string::npos;) s.erase(i, 1);
     while (!s.empty() && (s.back() == '\n' || s.back() == '\r' || s.back() == ' ')) s.pop_back();
     return s;
 }
