@@ -66,7 +66,8 @@ def test_rls_outputs_are_views_of_the_arrays_the_library_filled():
 
 
 def garch_by_hand(e, x, alpha, beta, kappa=0.0, gamma=0.0, kind=0, delta=0.0):
-    """h_t = x_t + sum alpha_i (u_{t-i} - kappa)^2 + sum beta_j h_{t-j} + [u_{t-1} < kappa] gamma (u_{t-1} - kappa)^2."""
+    """h_t = x_t + sum alpha_i (u_{t-i} - kappa)^2 + sum beta_j h_{t-j}
+    + [u_{t-1} < kappa] gamma (u_{t-1} - kappa)^2, unavailable lags the mean of e_t^2."""
     T, q, p = len(e), len(alpha), len(beta)
     s = np.mean(e * e)
     h, u = np.zeros(T), np.zeros(T)
