@@ -28,15 +28,9 @@ def counts():
 
 @pytest.fixture(scope="session")
 def reference():
-    """exports_reference.txt as {name: array of its values}."""
-    values = {}
-    with open(data_file("exports_reference.txt")) as f:
-        for line in f:
-            if line.startswith("#") or not line.strip():
-                continue
-            name, index, value = line.split()
-            values.setdefault(name, {})[int(index)] = float(value)
-    return {name: np.array([v[i] for i in sorted(v)]) for name, v in values.items()}
+    """exports_reference.txt as {name: array of its values in index order}."""
+    rows = pd.read_csv(data_file("exports_reference.txt"), sep=" ", comment="#", names=["name", "index", "value"])
+    return {name: group.sort_values("index")["value"].to_numpy() for name, group in rows.groupby("name")}
 
 
 @pytest.fixture(scope="session")

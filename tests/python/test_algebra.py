@@ -1,7 +1,5 @@
 """kavrel.algebra over DataFrames: dates from the index, values against numpy, the compiler's messages."""
 
-import warnings
-
 import numpy as np
 import pandas as pd
 import pytest
@@ -11,8 +9,7 @@ import kavrel
 
 def test_program_over_a_quarterly_frame_computes_dated_series(macro):
     frame = macro.drop(columns=["year", "quarter"])
-    out = kavrel.algebra("g = 400 * dlog(realgdp); d = unemp > 6; s = season(); y = year(); p = period(); "
-                         "l = realgdp[-1];", frame)
+    out = kavrel.algebra("g = 400 * dlog(realgdp); d = unemp > 6; s = season(); y = year(); l = realgdp[-1];", frame)
     gdp = frame["realgdp"].to_numpy()
     assert out.index.equals(frame.index)
     assert list(out.columns[:len(frame.columns)]) == list(frame.columns)
@@ -21,7 +18,6 @@ def test_program_over_a_quarterly_frame_computes_dated_series(macro):
     np.testing.assert_array_equal(out["d"], (frame["unemp"] > 6).astype(float))
     np.testing.assert_array_equal(out["s"], (frame.index.quarter == 1).astype(float))
     np.testing.assert_array_equal(out["y"], frame.index.year)
-    np.testing.assert_array_equal(out["p"], frame.index.quarter)
     np.testing.assert_array_equal(out["l"].iloc[1:], gdp[:-1])
 
 
@@ -29,7 +25,6 @@ def test_program_over_a_quarterly_frame_computes_dated_series(macro):
     (pd.date_range("2020-11-30", periods=4, freq="M"), [2020, 2020, 2021, 2021], [11, 12, 1, 2]),
     (pd.period_range("1999", periods=4, freq="A"), [1999, 2000, 2001, 2002], [1, 1, 1, 1]),
     (pd.RangeIndex(4), [1, 2, 3, 4], [1, 1, 1, 1]),
-    (pd.Index(["a", "b", "c", "d"]), [1, 2, 3, 4], [1, 1, 1, 1]),
 ])
 def test_the_index_gives_the_calendar(index, years, periods):
     frame = pd.DataFrame({"x": [1.0, np.nan, 3.0, 4.0]}, index=index)
@@ -55,11 +50,6 @@ def test_errors_raise_with_the_compilers_message(program, message):
 
 def test_run_time_faults_can_warn_and_leave_missing_values():
     frame = pd.DataFrame({"x": [1.0, -2.0, 3.0]})
-    with warnings.catch_warnings(record=True) as caught:
-        warnings.simplefilter("always")
+    with pytest.warns(RuntimeWarning, match="Logarithm of non-positive number"):
         out = kavrel.algebra("z = log(x);", frame, errors="warn")
-    assert len(caught) == 1
-    assert "Logarithm of non-positive number" in str(caught[0].message)
     np.testing.assert_allclose(out["z"], [0.0, np.nan, np.log(3.0)])
-    quiet = kavrel.algebra("z = log(x);", frame, errors="ignore")
-    np.testing.assert_array_equal(quiet["z"], out["z"])

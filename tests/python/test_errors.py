@@ -10,51 +10,27 @@ import kavrel
 X = np.column_stack([np.ones(20), np.arange(20.0)])
 Y = (np.arange(20) % 3 == 0).astype(float)
 SERIES = np.random.default_rng(0).standard_normal(20)
-P = np.array([[0.9, 0.2], [0.1, 0.8]])
 
 BAD_CALLS = [
     (lambda: kavrel.probit([0.1], Y, X), ValueError, "beta: 2 values expected, got 1"),
-    (lambda: kavrel.probit([0.1, 0.2], Y[:5], X), ValueError, "y: 20 values expected, got 5"),
-    (lambda: kavrel.probit([0.1, 0.2], Y, X, weights=np.ones(3)), ValueError, "weights: 20 values expected"),
     (lambda: kavrel.probit([0.1, 0.2], Y, np.zeros((2, 2, 2))), ValueError, "X: 1 or 2 dimensions expected"),
     (lambda: kavrel.probit([0.1, 0.2], Y, np.array([["a", "b"]] * 20)), TypeError, "X: a numeric array is required"),
     (lambda: kavrel.probit([0.1, 0.2], None, X), TypeError, "y: an array is required, not None"),
-    (lambda: kavrel.probit([0.1, 0.2], Y, {"a": 1}), TypeError, "X: a numeric array is required"),
-    (lambda: kavrel.rls(Y, X[:10]), ValueError, "X: has 10 rows, y 20"),
     (lambda: kavrel.rls(Y, X, first=5, last=40), ValueError, "first/last: the range 5..40 is not within 0..19"),
     (lambda: kavrel.garch_variance(SERIES, 0.1, [0.0, 0.9], 1, 1), ValueError, "coef: 3 values needed"),
-    (lambda: kavrel.garch_variance(SERIES, 0.1, [0.0, 0.9, 0.8], -1, 1), ValueError, "p: -1 is outside 0..10000"),
-    (lambda: kavrel.garch_variance(SERIES, np.ones(3), [0.0, 0.9, 0.8], 1, 1), ValueError, "x: 20 values expected"),
-    (lambda: kavrel.garch_variance([], 0.1, [0.0, 0.9, 0.8], 1, 1), ValueError, "e: no observations"),
-    (lambda: kavrel.logit([0.0] * 4, Y, 3, X=X[:4]), ValueError, "X: 20 rows expected"),
-    (lambda: kavrel.logit([0.0] * 3, Y, 3, X=X), ValueError, "beta: 4 values expected, got 3"),
     (lambda: kavrel.count([0.0, 0.0], Y, X, model="zip"), ValueError, "model: 'zip' is not one of"),
-    (lambda: kavrel.count([0.0, 0.0], Y, X, model="nb2"), ValueError, "theta: 3 values expected, got 2"),
     (lambda: kavrel.ms_filter(np.ones((5, 2)), np.ones((2, 3)), [0.5, 0.5]), ValueError, "P: 2 x 2 expected"),
-    (lambda: kavrel.ms_filter(np.ones((5, 2)), P, [1.0]), ValueError, "init: 2 values expected, got 1"),
-    (lambda: kavrel.ms_smooth(np.ones((5, 2)), P, kind="both"), ValueError, "kind: 'both' is not one of"),
     (lambda: kavrel.seasonal_demean(np.ones((8, 2), dtype=int), 4, inplace=True), TypeError,
      "X: in place needs a writable C-contiguous float64 array"),
-    (lambda: kavrel.seasonal_demean(np.ones((8, 2)), 0), ValueError, "s: the number of seasons must be 1 or more"),
-    (lambda: kavrel.seasonal_rsq(np.ones(8), 4, 1.0), ValueError, "y: more than 2 s observations are needed"),
-    (lambda: kavrel.long_run_covariance(X, X[:5]), ValueError, "U: at least 20 rows expected"),
     (lambda: kavrel.long_run_covariance(X, X, lag=20), ValueError, "lag: 20 is outside 0..19"),
-    (lambda: kavrel.forecast(np.ones((1, 5)), np.ones((1, 5)), [0, 0], [1, 1], [0, 1], np.ones((1, 2)), 0, 4),
-     ValueError, "coef: 1 x 1 expected"),
     (lambda: kavrel.forecast(np.ones((1, 5)), np.ones((1, 5)), [0, 0], [1, 1], [0, 1], np.ones((1, 1)), 3, 9),
      ValueError, "t1/t2"),
-    (lambda: kavrel.forecast(np.ones((1, 5)), np.ones((1, 5)), [0, 0], [1, 1], [0, 1], np.ones((1, 1)), 0, 4,
-                             se=True), ValueError, "omega: standard errors need the error covariance"),
     (lambda: kavrel.impulse_response(np.ones((1, 5)), np.ones((1, 5)), [0, 0], [1, 1], [0, 1], np.ones((1, 1)), 0,
                                      4, 0, kind="sd"), ValueError, "omega: this kind of shock needs"),
-    (lambda: kavrel.impulse_response(np.ones((1, 5)), np.ones((1, 5)), [0, 0], [1, 1], [0, 1], np.ones((1, 1)), 0,
-                                     4, 2, kind="unit"), ValueError, "shock: not one of the modelled equations"),
     (lambda: kavrel.algebra("z = 1;", np.ones((3, 2))), TypeError, "frame: a pandas DataFrame is required"),
     (lambda: kavrel.algebra("z = 1;", pd.DataFrame({"s": ["a", "b"]})), TypeError, "frame: column s is not numeric"),
-    (lambda: kavrel.algebra("z = 1;", pd.DataFrame({"x": [1.0]}), errors="loud"), ValueError, "errors: 'loud'"),
     (lambda: kavrel.fit_probit(pd.Series([0, 1, np.nan, 1, 0]), np.arange(5.0)), ValueError,
      "y: missing value in y at observation 2"),
-    (lambda: kavrel.fit_garch(SERIES, in_mean="cube"), ValueError, "in_mean: 'cube' is not one of"),
 ]
 
 
@@ -69,9 +45,7 @@ ESTIMATION_FAILURES = [
     (lambda: kavrel.fit_probit(np.arange(20.0) % 3, SERIES), "a probit needs an outcome of 0 and 1"),
     (lambda: kavrel.fit_probit(Y, np.column_stack([SERIES, 2 * SERIES])),
      "the regressors are collinear: x2 is explained by the ones before it"),
-    (lambda: kavrel.fit_poisson(-Y, SERIES), "the counts y must be whole numbers, 0 or more"),
     (lambda: kavrel.fit_garch(SERIES[:8]), "bad orders, or too few observations (8)"),
-    (lambda: kavrel.fit_ms(SERIES[:8]), "too few observations (8)"),
     (lambda: kavrel.fit_rls(SERIES[:2], SERIES[:2]), "too few observations (2) for 2 regressors"),
 ]
 
