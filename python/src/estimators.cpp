@@ -351,28 +351,38 @@ py::array impulse(py::handle endog, py::handle reg, py::handle variables, py::ha
 } // namespace
 
 void RegisterEstimators(py::module_ &m) {
-    m.def("rls", &rls, "y"_a, "X"_a, "first"_a = 0, "last"_a = -1, "force"_a = -1);
-    m.def("garch_variance", &garchVariance, "e"_a, "x"_a, "coef"_a, "p"_a, "q"_a, "in_mean"_a = 0, "delta"_a = 0.0,
-          "kappa"_a = 0.0, "gamma"_a = 0.0);
-    m.def("egarch_variance", &egarchVariance, "e"_a, "x"_a, "theta"_a, "phi"_a, "nu"_a, "a"_a, "b"_a, "in_mean"_a = 0,
-          "delta"_a = 0.0);
-    m.def("probit", &probit, "beta"_a, "y"_a, "X"_a, "weights"_a = py::none());
-    m.def("logit", &logit, "beta"_a, "y"_a, "m"_a, "X"_a = py::none(), "Z"_a = py::none(), "weights"_a = py::none(),
-          "offset"_a = py::none());
-    m.def("logit_prob_deriv", &logitProbDeriv, "beta"_a, "X"_a, "m"_a, "first"_a = 0, "last"_a = -1);
-    m.def("act_fit_table", &actFitTable, "actual"_a, "fitted"_a);
-    m.def("count", &count, "theta"_a, "y"_a, "X"_a, "model"_a = "poisson", "alpha"_a = 1.0, "first"_a = 0,
-          "last"_a = -1);
-    m.def("ms_filter", &msFilter, "dens"_a, "P"_a, "init"_a);
-    m.def("ms_smooth", &msSmooth, "filtered"_a, "P"_a, "kind"_a = "joint");
-    m.def("seasonal_demean", &seasonalDemean, "X"_a, "s"_a, "inplace"_a = false);
-    m.def("seasonal_rsq", &seasonalRsq, "y"_a, "s"_a, "rss"_a);
-    m.def("long_run_lag", &LongRunLag, "nobs"_a);
-    m.def("long_run_covariance", &longRunCovariance, "X"_a, "U"_a, "lag"_a = py::none());
-    m.def("forecast", &forecast, "endog"_a, "reg"_a, "variables"_a, "status"_a, "lags"_a, "coef"_a, "t1"_a, "t2"_a,
-          "horizon"_a = 0, "omega"_a = py::none(), "coef_cov"_a = py::none(), "code1"_a = 1, "code2"_a = 2,
-          "se"_a = false);
-    m.def("impulse_response", &impulse, "endog"_a, "reg"_a, "variables"_a, "status"_a, "lags"_a, "coef"_a, "t1"_a,
-          "t2"_a, "shock"_a, "kind"_a = "cholesky", "omega"_a = py::none(), "vector"_a = py::none(), "code1"_a = 1,
-          "code2"_a = 2);
+    m.def("rls", &rls, "Recursive least squares of y (T x n) on X (T x k): a dict of T-row arrays.", "y"_a, "X"_a,
+          "first"_a = 0, "last"_a = -1, "force"_a = -1);
+    m.def("garch_variance", &garchVariance, "GARCH(p, q) conditional variances h and residuals u of e (docs/garch.md).",
+          "e"_a, "x"_a, "coef"_a, "p"_a, "q"_a, "in_mean"_a = 0, "delta"_a = 0.0, "kappa"_a = 0.0, "gamma"_a = 0.0);
+    m.def("egarch_variance", &egarchVariance, "EGARCH(p, q) conditional log variances and residuals of e.", "e"_a,
+          "x"_a, "theta"_a, "phi"_a, "nu"_a, "a"_a, "b"_a, "in_mean"_a = 0, "delta"_a = 0.0);
+    m.def("probit", &probit, "Binary probit log-likelihood, score, expected information and probabilities at beta.",
+          "beta"_a, "y"_a, "X"_a, "weights"_a = py::none());
+    m.def("logit", &logit, "Multinomial logit log-likelihood, score, information and probabilities at beta.", "beta"_a,
+          "y"_a, "m"_a, "X"_a = py::none(), "Z"_a = py::none(), "weights"_a = py::none(), "offset"_a = py::none());
+    m.def("logit_prob_deriv", &logitProbDeriv,
+          "Average derivatives (m x k) of the logit probabilities in the regressors.", "beta"_a, "X"_a, "m"_a,
+          "first"_a = 0, "last"_a = -1);
+    m.def("act_fit_table", &actFitTable, "Actual (rows) against most probable (columns) category, totals last.",
+          "actual"_a, "fitted"_a);
+    m.def("count", &count, "Poisson or NB2 log-likelihood, score, observed information and fitted values at theta.",
+          "theta"_a, "y"_a, "X"_a, "model"_a = "poisson", "alpha"_a = 1.0, "first"_a = 0, "last"_a = -1);
+    m.def("ms_filter", &msFilter, "Markov-switching filter: likelihood contributions and filtered probabilities.",
+          "dens"_a, "P"_a, "init"_a);
+    m.def("ms_smooth", &msSmooth, "Markov-switching smoother: smoothed probabilities and accumulated transition terms.",
+          "filtered"_a, "P"_a, "kind"_a = "joint");
+    m.def("seasonal_demean", &seasonalDemean, "X less the mean of each season (row t in season t mod s).", "X"_a, "s"_a,
+          "inplace"_a = false);
+    m.def("seasonal_rsq", &seasonalRsq,
+          "Seasonal R^2 of a model with residual sum of squares rss, and the seasonal means.", "y"_a, "s"_a, "rss"_a);
+    m.def("long_run_lag", &LongRunLag, "The lag truncation floor(4 (T/100)^(2/9)).", "nobs"_a);
+    m.def("long_run_covariance", &longRunCovariance, "Bartlett-weighted sum of the score products x_t (x) u_t.", "X"_a,
+          "U"_a, "lag"_a = py::none());
+    m.def("forecast", &forecast, "Dynamic or h-step forecasts of a linear system (and their standard errors).",
+          "endog"_a, "reg"_a, "variables"_a, "status"_a, "lags"_a, "coef"_a, "t1"_a, "t2"_a, "horizon"_a = 0,
+          "omega"_a = py::none(), "coef_cov"_a = py::none(), "code1"_a = 1, "code2"_a = 2, "se"_a = false);
+    m.def("impulse_response", &impulse, "Responses of a linear system to one impulse.", "endog"_a, "reg"_a,
+          "variables"_a, "status"_a, "lags"_a, "coef"_a, "t1"_a, "t2"_a, "shock"_a, "kind"_a = "cholesky",
+          "omega"_a = py::none(), "vector"_a = py::none(), "code1"_a = 1, "code2"_a = 2);
 }
