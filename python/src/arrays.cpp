@@ -22,8 +22,29 @@ int CheckedInt(long long v, const char *name, long long low, long long high) {
 
 bool IsNone(py::handle obj) { return obj.is_none(); }
 
+namespace {
+
+// The view of a float64 C-contiguous array of 1 or 2 dimensions.
+ArrayIn viewOf(DoubleArray array, const char *name) {
+    ArrayIn in;
+    in.array = std::move(array);
+    const py::ssize_t r = in.array.shape(0), c = in.array.ndim() == 2 ? in.array.shape(1) : 1;
+    if (r > INT_MAX || c > INT_MAX || (c > 0 && r > INT_MAX / c)) BadValue(name, "too large");
+    in.rows = static_cast<int>(r), in.cols = static_cast<int>(c);
+    setRows(in.ptr, const_cast<double *>(in.array.data()), in.rows, in.cols);
+    return in;
+}
+
+} // namespace
+
 ArrayIn ArrayInput(py::handle obj, const char *name, bool inPlace) {
     if (obj.is_none()) throw py::type_error(std::string(name) + ": an array is required, not None");
+    // The common case first, with no look at the dtype's parts: a C-contiguous float64 array.
+    if (DoubleArray::check_(obj)) {
+        auto exact = py::reinterpret_borrow<DoubleArray>(obj);
+        if ((exact.ndim() == 1 || exact.ndim() == 2) && (!inPlace || exact.writeable()))
+            return viewOf(std::move(exact), name);
+    }
     py::array raw;
     try {
         raw = py::array::ensure(obj);
@@ -37,18 +58,10 @@ ArrayIn ArrayInput(py::handle obj, const char *name, bool inPlace) {
                              std::string(py::str(raw.dtype())));
     if (raw.ndim() < 1 || raw.ndim() > 2)
         BadValue(name, "1 or 2 dimensions expected, got " + std::to_string(raw.ndim()));
-    ArrayIn in;
-    const bool exact =
-        kind == 'f' && raw.itemsize() == 8 && (raw.flags() & py::array::c_style) && raw.dtype().byteorder() != '>';
-    if (inPlace && (!exact || !raw.writeable()))
-        throw py::type_error(std::string(name) + ": in place needs a writable C-contiguous float64 array");
-    in.array = exact ? py::reinterpret_borrow<DoubleArray>(raw) : DoubleArray::ensure(raw);
-    if (!in.array) throw py::type_error(std::string(name) + ": cannot be converted to float64");
-    const py::ssize_t r = in.array.shape(0), c = in.array.ndim() == 2 ? in.array.shape(1) : 1;
-    if (r > INT_MAX || c > INT_MAX || (c > 0 && r > INT_MAX / c)) BadValue(name, "too large");
-    in.rows = static_cast<int>(r), in.cols = static_cast<int>(c);
-    setRows(in.ptr, const_cast<double *>(in.array.data()), in.rows, in.cols);
-    return in;
+    if (inPlace) throw py::type_error(std::string(name) + ": in place needs a writable C-contiguous float64 array");
+    DoubleArray converted = DoubleArray::ensure(raw);
+    if (!converted) throw py::type_error(std::string(name) + ": cannot be converted to float64");
+    return viewOf(std::move(converted), name);
 }
 
 ArrayIn VectorInput(py::handle obj, const char *name, long long n) {
