@@ -62,7 +62,7 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     }
     if (!CheckDesign(d.X, d.n, d.kx, RegressorNames(data, constant), error)) return false;
     Vec b(k, 0.0);
-    ExportLikelihood like;
+    KeptLikelihood like;
     RowView X(d.X, d.n, d.kx), Y(d.y, d.n, 1);
     like.call = [&](const Vec &beta, double *ll, Vec *score, Vec *info) {
         score->assign(k, 0.0), info->assign(static_cast<size_t>(k) * k, 0.0);

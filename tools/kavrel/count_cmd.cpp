@@ -58,7 +58,7 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
     // Start at the constant-only fit (exp(b0) the mean) when there is a constant.
     Vec b(p, 0.0);
     if (constant) b[0] = std::log(mean);
-    ExportLikelihood like;
+    KeptLikelihood like;
     RowView Xv(X, n, k);
     like.call = [&](const Vec &theta, double *ll, Vec *score, Vec *info) {
         score->assign(p, 0.0), info->assign(static_cast<size_t>(p) * p, 0.0);
