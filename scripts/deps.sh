@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, when any is missing (needs root on a fresh machine).
 set -euo pipefail
-want=(cmake ninja-build g++ libgtest-dev libbenchmark-dev libboost-math-dev gnuplot-nox "$@")
+# The Python module and its tests: Debian's interpreter with pybind11, numpy, pandas, pytest,
+# statsmodels (reference fits) and dask (the batch example).
+want=(cmake ninja-build g++ libgtest-dev libbenchmark-dev libboost-math-dev gnuplot-nox
+      python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pandas python3-pytest python3-statsmodels
+      python3-dask python3-distributed "$@")
 missing=()
 for p in "${want[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

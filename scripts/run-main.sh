@@ -5,5 +5,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DKAVREL_TESTS=OFF -DKAVREL_BENCH=OFF
-cmake --build build/release -j "$(nproc)" --target kavrel
+# The Python module too, where the configuration found pybind11 (PYTHONPATH=build/release/python).
+targets=(kavrel)
+grep -q '^KAVREL_PYTHON:BOOL=ON' build/release/CMakeCache.txt && targets+=(kavrel_python)
+cmake --build build/release -j "$(nproc)" --target "${targets[@]}"
 ./build/release/kavrel demo --out kavrel-demo

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite: the format check, an optimised build, the same tests
-# under AddressSanitizer and UndefinedBehaviorSanitizer, a minute of each fuzz target, then the
-# 32-bit Windows build under Wine.
+# Builds and runs the whole test suite: the format check, an optimised build (its ctest runs the
+# Python module's tests too, tests/python), the same tests under AddressSanitizer and
+# UndefinedBehaviorSanitizer, a minute of each fuzz target, then the 32-bit Windows build under
+# Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh clang-format

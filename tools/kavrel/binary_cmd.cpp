@@ -1,7 +1,8 @@
-// kavrel probit | logit: maximum likelihood of a binary probit (FnBinProbitRz) or a binary or
-// multinomial logit (FnLogitRz), by Newton's method on the score and the information matrix the
-// exports return; standard errors from the inverse information, and the actual-versus-fitted
-// table of FnActFitTable.
+// kavrel probit | logit: maximum likelihood of a binary probit or a binary or multinomial logit,
+// by Newton's method on the score and the information matrix of the library's likelihoods
+// (ProbitEval, LogitEval); standard errors from the inverse information, and the
+// actual-versus-fitted table. The estimation reaches the routines directly, without host records,
+// so that the Python module runs the same code.
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
+#include "estimators/discrete.h"
 #include "matrix/cholesky.h"
 #include "numeric/optimize.h"
 #include "options.h"
@@ -60,21 +62,19 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     }
     if (!CheckDesign(d.X, d.n, d.kx, RegressorNames(data, constant), error)) return false;
     Vec b(k, 0.0);
-    ExportLikelihood like;
+    KeptLikelihood like;
+    RowView X(d.X, d.n, d.kx), Y(d.y, d.n, 1);
     like.call = [&](const Vec &beta, double *ll, Vec *score, Vec *info) {
-        ToolCall call;
-        if (logit) {
-            call.col(0, beta).col(1, d.y).num(2, d.m).mat(3, d.n, d.kx, d.X).mat(4, 0, 0, Vec()).mat(5, 0, 0, Vec());
-            call.mat(6, 0, 0, Vec()).ref(7).ref(8).ref(9).num(10, 0).num(11, 0);
-            if (!call.invoke(FnLogitRz)) return false;
-        } else {
-            call.col(0, beta).col(1, d.y).mat(2, d.n, d.kx, d.X).mat(3, 0, 0, Vec()).ref(4).ref(5).ref(6).num(7, 0);
-            call.num(8, 0);
-            if (!call.invoke(FnBinProbitRz)) return false;
+        score->assign(k, 0.0), info->assign(static_cast<size_t>(k) * k, 0.0);
+        d.prob.assign(static_cast<size_t>(d.n) * (logit ? d.m : 2), 0.0);
+        RowView I(*info, k, k), P(d.prob, d.n, logit ? d.m : 2);
+        const DiscreteOutputs out{score->data(), I, P, nullptr, nullptr};
+        if (!logit) {
+            *ll = ProbitEval(beta.data(), k, d.y.data(), X, d.n, nullptr, out);
+            return true;
         }
-        *ll = call.resultDouble(), *score = call.out(logit ? 7 : 4), *info = call.out(logit ? 8 : 5);
-        d.prob = call.out(logit ? 9 : 6);
-        return true;
+        LogitProblem pb{d.n, d.m, beta.data(), Y, 1, X, d.kx, nullptr, 0, nullptr, nullptr, 0};
+        return LogitEval(pb, out, ll) == 1;
     };
     const OptProblem problem = like.problem();
     OptResult res{};
@@ -105,12 +105,8 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
     }
     // Average marginal effects of the regressors on each category's probability.
     if (logit) {
-        ToolCall deriv;
-        deriv.col(0, b).mat(1, d.n, d.kx, d.X).num(2, d.m).num(3, 0).num(4, d.n - 1);
-        int er = 0, ec = 0;
-        Vec effects;
-        if (deriv.invoke(FnLogitProbDeriv)) effects = deriv.values(&er, &ec);
-        if (er == d.m && ec == d.kx) {
+        Vec effects(static_cast<size_t>(d.m) * d.kx);
+        if (LogitProbDerivEval(b.data(), X, d.kx, d.m, 0, d.n - 1, RowView(effects, d.m, d.kx)) == 1) {
             report->lines.push_back("\nAverage marginal effects dP(category)/dx (rows: categories 0.." +
                                     std::to_string(d.m - 1) + "):");
             std::string head = "  ";
@@ -129,13 +125,10 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
         }
     }
     // The fitted table: actual categories in rows, predicted in columns, totals last.
-    ToolCall table;
-    const int cols = logit ? d.m : 2;
-    table.col(0, d.y).mat(1, d.n, cols, d.prob);
-    int tr = 0, tc = 0;
-    Vec cells;
-    if (table.invoke(FnActFitTable)) cells = table.values(&tr, &tc);
-    if (tr == cols + 1 && tc == cols + 1) {
+    const int cols = logit ? d.m : 2, tr = cols + 1, tc = cols + 1;
+    Vec cells(static_cast<size_t>(tr) * tc);
+    if (static_cast<int>(d.prob.size()) == d.n * cols) {
+        ActFitTableEval(Y, 1, RowView(d.prob, d.n, cols), d.n, cols, RowView(cells, tr, tc));
         report->lines.push_back("\nActual (rows) against predicted (columns), totals last:");
         std::string matrix = "[";
         for (int i = 0; i < tr; ++i) {

@@ -105,9 +105,15 @@ int RunEstimationCommand(const CommandInfo &command, int argc, char **argv, cons
     return status;
 }
 
+namespace {
+bool g_showProgress = true;
+} // namespace
+
+void CommandShowProgress(bool on) { g_showProgress = on; }
+
 OptSettings CommandSettings() {
     OptSettings s = OptDefaultSettings();
-    if (isatty(2))
+    if (g_showProgress && isatty(2))
         s.progress = [](void *, int iteration, double f, double relGradient) {
             std::fprintf(stderr, "\riteration %3d  objective %.10g  relative gradient %.2e", iteration, f, relGradient);
         };
@@ -118,7 +124,7 @@ void ProgressDone(const OptSettings &s) {
     if (s.progress) std::fprintf(stderr, "\n");
 }
 
-bool ExportLikelihood::at(const double *b, int p) {
+bool KeptLikelihood::at(const double *b, int p) {
     if (static_cast<int>(lastB.size()) == p && std::equal(lastB.begin(), lastB.end(), b)) return ok;
     lastB.assign(b, b + p);
     ok = call(lastB, &ll, &score, &info) && std::isfinite(ll) && static_cast<int>(score.size()) == p &&
@@ -126,19 +132,19 @@ bool ExportLikelihood::at(const double *b, int p) {
     return ok;
 }
 
-OptProblem ExportLikelihood::problem() {
+OptProblem KeptLikelihood::problem() {
     auto value = [](void *ctx, const double *b, int p) {
-        auto &e = *static_cast<ExportLikelihood *>(ctx);
+        auto &e = *static_cast<KeptLikelihood *>(ctx);
         return e.at(b, p) ? e.ll : NAN;
     };
     auto gradient = [](void *ctx, const double *b, int p, double *g) {
-        auto &e = *static_cast<ExportLikelihood *>(ctx);
+        auto &e = *static_cast<KeptLikelihood *>(ctx);
         if (!e.at(b, p)) return 0;
         std::copy(e.score.begin(), e.score.end(), g);
         return 1;
     };
     auto information = [](void *ctx, const double *b, int p, MATRIX info) {
-        auto &e = *static_cast<ExportLikelihood *>(ctx);
+        auto &e = *static_cast<KeptLikelihood *>(ctx);
         if (!e.at(b, p)) return 0;
         for (int i = 0; i < p; ++i)
             std::copy(&e.info[static_cast<size_t>(i) * p], &e.info[static_cast<size_t>(i + 1) * p], info[i]);

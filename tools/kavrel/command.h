@@ -44,11 +44,13 @@ int RunEstimationCommand(const CommandInfo &command, int argc, char **argv, cons
 // a terminal each iteration shown there on one line that rewrites itself; ProgressDone ends it.
 struct OptSettings CommandSettings();
 void ProgressDone(const struct OptSettings &s);
+// Off: no progress line even on a terminal (a library caller such as the Python module).
+void CommandShowProgress(bool on);
 
-// The optimiser's view of an export that gives the log-likelihood, the score and the
-// information in one call: the last call is kept, since the optimiser asks for the three at
-// the same point one after the other.
-struct ExportLikelihood {
+// The optimiser's view of a likelihood routine that gives the log-likelihood, the score and the
+// information in one call: the last call is kept, since the optimiser asks for the three at the
+// same point one after the other.
+struct KeptLikelihood {
     // One call at b: the log-likelihood, the score (p) and the information (p x p, row-major).
     std::function<bool(const Vec &b, double *ll, Vec *score, Vec *info)> call;
     Vec lastB, score, info;

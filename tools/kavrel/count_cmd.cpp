@@ -1,6 +1,7 @@
 // kavrel count: Poisson or negative binomial (NB2, mu (1 + alpha mu) the variance) regression
-// with a log link by maximum likelihood, each evaluation one call of FnCountRz with its score and
-// observed information; Newton's method, standard errors from the inverse information.
+// with a log link by maximum likelihood, each evaluation one call of the library's CountEval with
+// its score and observed information; Newton's method, standard errors from the inverse
+// information.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
+#include "estimators/count.h"
 #include "matrix/cholesky.h"
 #include "numeric/optimize.h"
 #include "options.h"
@@ -56,13 +58,13 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
     // Start at the constant-only fit (exp(b0) the mean) when there is a constant.
     Vec b(p, 0.0);
     if (constant) b[0] = std::log(mean);
-    ExportLikelihood like;
+    KeptLikelihood like;
+    RowView Xv(X, n, k);
     like.call = [&](const Vec &theta, double *ll, Vec *score, Vec *info) {
-        ToolCall call;
-        call.col(0, theta).col(1, y).mat(2, n, k, X).num(3, negbin ? 1 : 0).num(4, 0).num(5, n - 1).dbl(6, 1.0);
-        call.ref(7).ref(8).num(9, 0).num(10, 0).num(11, 0);
-        if (!call.invoke(FnCountRz)) return false;
-        *ll = call.resultDouble(), *score = call.out(7), *info = call.out(8);
+        score->assign(p, 0.0), info->assign(static_cast<size_t>(p) * p, 0.0);
+        RowView I(*info, p, p);
+        const CountOutputs out{score->data(), I, nullptr, nullptr, nullptr};
+        *ll = CountEval(negbin ? COUNT_NB2 : COUNT_POISSON, theta.data(), k, y.data(), Xv, 0, n - 1, 1.0, out);
         return true;
     };
     const OptProblem problem = like.problem();
@@ -85,10 +87,9 @@ bool EstimateCount(const Columns &data, bool negbin, bool constant, Report *repo
     report->loglik = res.value, report->nobs = n, report->residualDf = 0;
     report->converged = status == OPT_CONVERGED;
     if (negbin) report->stats = {{"alpha", std::exp(b[p - 1])}};
-    ToolCall fitted;
-    fitted.col(0, b).col(1, y).mat(2, n, k, X).num(3, negbin ? 1 : 0).num(4, 0).num(5, n - 1).dbl(6, 1.0);
-    fitted.num(7, 0).num(8, 0).ref(9).num(10, 0).num(11, 0);
-    const Vec mv = fitted.invoke(FnCountRz) ? fitted.out(9) : Vec();
+    Vec mv(2 * static_cast<size_t>(n));
+    CountEval(negbin ? COUNT_NB2 : COUNT_POISSON, b.data(), k, y.data(), Xv, 0, n - 1, 1.0,
+              CountOutputs{nullptr, nullptr, RowView(mv, n, 2), nullptr, nullptr});
     if (static_cast<int>(mv.size()) == 2 * n) {
         Vec mean(n), var(n);
         for (int t = 0; t < n; ++t)

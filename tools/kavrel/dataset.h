@@ -35,6 +35,19 @@ bool CheckDesign(const Vec &X, int n, int k, const std::vector<std::string> &nam
 // when there is one, then data.names[1..].
 std::vector<std::string> RegressorNames(const Columns &data, bool constant);
 
+// Row pointers over a row-major block (rows x cols), so that the library's routines take it as a
+// MATRIX in place. Entry -1 holds the block's address, as in every MATRIX; the block must outlive
+// the view and keep its size.
+struct RowView {
+    std::vector<double *> p;
+    RowView(double *data, int rows, int cols) : p(static_cast<size_t>(rows > 0 ? rows : 0) + 1) {
+        p[0] = data;
+        for (int i = 0; i < rows; ++i) p[i + 1] = data + static_cast<size_t>(i) * (cols > 0 ? cols : 0);
+    }
+    RowView(const Vec &v, int rows, int cols) : RowView(const_cast<double *>(v.data()), rows, cols) {}
+    operator double **() { return p.data() + 1; }
+};
+
 // "X1,X2,X3" -> its names (empty entries are an error of the caller's option).
 std::vector<std::string> SplitNames(const std::string &list);
 

@@ -1,6 +1,8 @@
-// The estimations behind the commands, apart from their option handling so that the tests can
-// run them: each takes the selected data, calls the exports as a host program does, and fills a
-// report and the series the command writes or plots.
+// The estimations behind the commands, apart from their option handling so that the tests and the
+// Python module run them: each takes the selected data, calls the library's routines and its
+// optimisers directly (no host records: rls, garch, probit, logit, ms and count), or the exports
+// as a host program does (nls, var), and fills a report and the series the command writes or
+// plots.
 #ifndef KAVREL_TOOLS_ESTIMATE_H
 #define KAVREL_TOOLS_ESTIMATE_H
 

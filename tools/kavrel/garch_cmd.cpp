@@ -1,6 +1,6 @@
 // kavrel garch: maximum likelihood of a GARCH(p, q) or EGARCH(p, q) model with a constant mean
-// and normal errors, each likelihood evaluation one call of FnGarchVar or FnEgarchVar, as a host
-// optimiser makes them. Standard errors from the inverse of the numerical Hessian of the
+// and normal errors, each likelihood evaluation one run of the library's GarchVariance or
+// EgarchVariance. Standard errors from the inverse of the numerical Hessian of the
 // log-likelihood, and robust (sandwich) ones H^-1 (sum_t s_t s_t') H^-1 from the observations'
 // numerical scores (Bollerslev and Wooldridge 1992).
 #include <algorithm>
@@ -13,6 +13,7 @@
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
+#include "estimators/garch.h"
 #include "matrix/cholesky.h"
 #include "numeric/optimize.h"
 #include "options.h"
@@ -39,11 +40,11 @@ struct GarchModel {
     int p = 1, q = 1, inMean = 0;
     bool egarch = false;
     int count() const { return 2 + (egarch ? 1 : 0) + q + p + (inMean ? 1 : 0); }
-    // One GARCH call kept across evaluations: its residual and intercept columns are rewritten in
-    // place, so an evaluation makes no host matrices but the export's two outputs.
-    ToolCall *call = nullptr;
+    // The recursion's inputs and outputs, kept across evaluations so that an evaluation allocates
+    // nothing once they have their size.
+    mutable Vec resid, intercept, coef, hv, uv;
     // With analytic scores: the last point, its log-likelihood and gradient (the optimiser asks
-    // for the value and then the gradient at one point; one export call serves both).
+    // for the value and then the gradient at one point; one recursion serves both).
     Vec lastB, lastGradient;
     double lastLoglik = 0.0;
     bool lastOk = false;
@@ -56,29 +57,24 @@ struct GarchModel {
 bool observationLoglik(const GarchModel &m, const double *b, Vec *ll, Vec *hOut = nullptr, Vec *uOut = nullptr) {
     const int T = static_cast<int>(m.y->size());
     const double delta = m.inMean ? b[m.count() - 1] : 0.0;
-    ToolCall local, &call = m.call ? *m.call : local;
-    if (!m.call) call.mat(0, T, 1, Vec()).mat(1, T, 1, Vec());
-    double *e = call.argData(0), *x = call.argData(1);
-    for (int t = 0; t < T; ++t) e[t] = (*m.y)[t] - b[0], x[t] = b[1];
-    bool logVariance = false;
+    m.resid.resize(T), m.intercept.resize(T), m.hv.resize(T), m.uv.resize(T);
+    for (int t = 0; t < T; ++t) m.resid[t] = (*m.y)[t] - b[0], m.intercept[t] = b[1];
+    const bool logVariance = m.egarch;
     if (m.egarch) {
         // g(z) = (|z| - E|z|) + theta z: the news coefficient of |z| is 1, its scale is in a_i.
-        call.dbl(2, b[2]).dbl(3, 1.0).dbl(4, std::sqrt(2.0 / M_PI));
-        call.mat(5, 1, m.q, Vec(b + 3, b + 3 + m.q)).mat(6, 1, m.p, Vec(b + 3 + m.q, b + 3 + m.q + m.p));
-        call.num(7, m.inMean).dbl(8, delta).ref(9).ref(10);
-        if (!call.invoke(FnEgarchVar)) return false;
-        logVariance = true;
+        if (!EgarchVariance(m.resid.data(), m.intercept.data(), T, b[2], 1.0, std::sqrt(2.0 / M_PI), b + 3, m.q,
+                            b + 3 + m.q, m.p, m.inMean, delta, m.hv.data(), m.uv.data()))
+            return false;
     } else {
         const int mx = m.p > m.q ? m.p : m.q;
-        Vec coef(1 + mx + m.p, 0.0);
-        for (int i = 1; i <= mx; ++i) coef[i] = (i <= m.q ? b[1 + i] : 0.0) + (i <= m.p ? b[1 + m.q + i] : 0.0);
-        for (int j = 1; j <= m.p; ++j) coef[mx + j] = b[1 + m.q + j];
-        call.col(2, coef).num(3, m.p).num(4, m.q).num(5, m.inMean).dbl(6, delta).dbl(7, 0.0);
-        call.dbl(8, 0.0).ref(9).ref(10);
-        if (!call.invoke(FnGarchVar) || !call.resultIsInt() || call.resultInt() != 1) return false;
+        m.coef.assign(1 + mx + m.p, 0.0);
+        for (int i = 1; i <= mx; ++i) m.coef[i] = (i <= m.q ? b[1 + i] : 0.0) + (i <= m.p ? b[1 + m.q + i] : 0.0);
+        for (int j = 1; j <= m.p; ++j) m.coef[mx + j] = b[1 + m.q + j];
+        if (GarchVariance(m.resid.data(), m.intercept.data(), T, m.coef.data(), m.p, m.q, m.inMean, delta, 0.0, 0.0,
+                          m.hv.data(), m.uv.data()) != 1)
+            return false;
     }
-    const double *h = call.outData(9), *u = call.outData(10);
-    if (!h || !u) return false;
+    const double *h = m.hv.data(), *u = m.uv.data();
     if (hOut) hOut->assign(h, h + T);
     if (uOut) uOut->assign(u, u + T);
     ll->resize(T);
@@ -91,7 +87,7 @@ bool observationLoglik(const GarchModel &m, const double *b, Vec *ll, Vec *hOut 
     return true;
 }
 
-// GARCH without an in-mean term: the scores of every observation, from the variances the export
+// GARCH without an in-mean term: the scores of every observation, from the variances the recursion
 // computed and the derivatives of its recursion, carried alongside (Fiorentini, Calzolari and
 // Panattoni 1996): with e_t = y_t - mu and the pre-sample value s = mean of e_t^2 standing for
 // every unavailable lag,
@@ -194,9 +190,6 @@ bool EstimateGarch(const Columns &data, const GarchOptions &o, Report *report, s
     const int T = data.nobs();
     GarchModel m;
     m.y = &y, m.p = o.p, m.q = o.q, m.inMean = o.inMean, m.egarch = o.egarch;
-    ToolCall kept;
-    kept.mat(0, T, 1, Vec()).mat(1, T, 1, Vec());
-    m.call = &kept;
     const int n = m.count();
     if (o.p < 0 || o.q < 0 || (o.egarch ? o.q + o.p < 1 : o.q < 1) || T <= 2 * n) {
         *error = "bad orders, or too few observations (" + std::to_string(T) + ")";

@@ -1,8 +1,8 @@
 // kavrel ms: a Markov-switching model of mean and variance (Hamilton 1989),
 //     y_t = mu(s_t) + phi_1 y_{t-1} + ... + phi_p y_{t-p} + sigma(s_t) e_t,   e_t ~ N(0, 1),
 // with a first-order chain over M regimes, by maximum likelihood: each evaluation computes the
-// regime densities and lets FnFilterMS filter them; the smoothed probabilities come from
-// FnSmoothMS. Parameters are unconstrained in the optimiser (log sigma, and each column of the
+// regime densities and lets the library's MsFilter filter them; the smoothed probabilities come
+// from MsSmooth. Parameters are unconstrained in the optimiser (log sigma, and each column of the
 // column-stochastic transition matrix P[j][i] = Pr(s_{t+1} = j | s_t = i) as a softmax with the
 // staying logit fixed at 0); the chain starts from its ergodic distribution.
 #include <algorithm>
@@ -15,6 +15,7 @@
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
+#include "estimators/markov.h"
 #include "matrix/cholesky.h"
 #include "numeric/optimize.h"
 #include "options.h"
@@ -84,15 +85,13 @@ bool filter(const MsModel &m, const double *b, Vec *contributions, Vec *filtered
         }
     }
     transition(m, b, &P);
-    ToolCall call;
-    call.mat(0, T, M, dens).mat(1, M, M, P).mat(2, 1, M, ergodic(P, M)).ref(3);
-    if (filtered)
-        call.ref(4);
-    else
-        call.num(4, 0);
-    if (!call.invoke(FnFilterMS) || !call.resultIsInt() || call.resultInt() != 1) return false;
-    *contributions = call.out(3);
-    if (filtered) *filtered = call.out(4);
+    Vec init = ergodic(P, M);
+    contributions->assign(T, 0.0);
+    if (filtered) filtered->assign(static_cast<size_t>(T) * M, 0.0);
+    RowView F(filtered ? filtered->data() : nullptr, filtered ? T : 0, M);
+    if (MsFilter(RowView(dens, T, M), T, M, RowView(P, M, M), init.data(), contributions->data(),
+                 filtered ? static_cast<MATRIX>(F) : nullptr) != 1)
+        return false;
     return static_cast<int>(contributions->size()) == T;
 }
 
@@ -190,9 +189,10 @@ bool EstimateMs(const Columns &data, int M, int p, MsResults *out, std::string *
     Vec contributions, filtered;
     out->smoothed.clear();
     if (filter(m, b.data(), &contributions, &filtered)) {
-        ToolCall smooth;
-        smooth.mat(0, T - p, M, filtered).mat(1, M, M, out->P).ref(2).ref(3);
-        if (smooth.invoke(FnSmoothMS) && smooth.resultIsInt() && smooth.resultInt() == 1) out->smoothed = smooth.out(2);
+        Vec smoothed(static_cast<size_t>(T - p) * M), trans(static_cast<size_t>(M) * M);
+        if (MsSmooth(RowView(filtered, T - p, M), T - p, M, RowView(out->P, M, M), MS_SMOOTH_JOINT,
+                     RowView(smoothed, T - p, M), RowView(trans, M, M)) == 1)
+            out->smoothed = smoothed;
     }
     r.seriesFirst = p;
     for (int j = 0; j < M && static_cast<int>(out->smoothed.size()) == (T - p) * M; ++j) {

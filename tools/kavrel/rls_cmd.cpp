@@ -1,7 +1,7 @@
-// kavrel rls: recursive least squares through FnRlsEst, reported as the full-sample regression
-// with the recursive statistics users look at: the coefficients with +-2 standard errors, the
-// one-step residuals with +-2 sigma, and the one-step and break-point Chow tests scaled by their
-// 1% critical values (a value above 1 rejects constancy at 1%).
+// kavrel rls: recursive least squares through the library's RlsRecursion, reported as the
+// full-sample regression with the recursive statistics users look at: the coefficients with +-2
+// standard errors, the one-step residuals with +-2 sigma, and the one-step and break-point Chow
+// tests scaled by their 1% critical values (a value above 1 rejects constancy at 1%).
 #include <cmath>
 #include <cstdio>
 
@@ -10,6 +10,7 @@
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
+#include "estimators/rls.h"
 #include "options.h"
 #include "plot.h"
 #include "special/distributions.h"
@@ -38,16 +39,13 @@ bool EstimateRls(const Columns &data, bool constant, RlsResults *out, std::strin
     }
     const Vec X = data.block(1, data.names.size() - 1, constant);
     if (!CheckDesign(X, T, k, RegressorNames(data, constant), error)) return false;
-    ToolCall call;
-    call.mat(0, T, 1, data.data[0]).mat(1, T, k, X);
-    call.num(2, 0).num(3, T - 1).num(4, -1);
-    for (int i = 5; i <= 10; ++i) call.ref(i);
-    call.num(11, 0);
-    if (!call.invoke(FnRlsEst) || !call.resultIsInt() || call.resultInt() != 1) {
-        *error = "the recursive estimation failed" + (call.error().empty() ? "" : ": " + call.error());
+    // The recursion's outputs, one row per statistic (coefficients: k rows) over the T observations.
+    Vec coef(static_cast<size_t>(k) * T, NAN), pdiag(static_cast<size_t>(k) * T, NAN), innov(T, NAN), rss(T, NAN);
+    if (RlsRecursion(RowView(data.data[0], T, 1), RowView(X, T, k), 0, T - 1, -1, 1, k, RowView(coef, k, T),
+                     RowView(pdiag, k, T), nullptr, RowView(innov, 1, T), RowView(rss, 1, T), nullptr, nullptr) != 1) {
+        *error = "the recursive estimation failed";
         return false;
     }
-    const Vec coef = call.out(5), pdiag = call.out(6), innov = call.out(8), rss = call.out(9);
     out->names = RegressorNames(data, constant);
     out->k = k, out->T = T;
     out->coef.assign(k, Vec(T, NAN)), out->se.assign(k, Vec(T, NAN));
