@@ -12,7 +12,7 @@ echo "== format"
 bash scripts/check-format.sh
 
 echo "== optimised build"
-cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DKAVREL_PYTHON=ON
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure
 
