@@ -165,8 +165,7 @@ TEST(RlsEst, MatchesBruteForceRefits) {
         const Vec sys = c.out(11);
         for (int t = p.first + p.k; t <= p.last && t < static_cast<int>(sys.size()); ++t)
             if (std::isnan(want[6][t])) want[6][t] = sys[t]; // noise, see above
-        for (int i = 0; i < 7; ++i)
-            ExpectClose(c.out(5 + i), want[i], r.tol, ("output " + std::to_string(i)).c_str());
+        for (int i = 0; i < 7; ++i) ExpectClose(c.out(5 + i), want[i], r.tol, ("output " + std::to_string(i)).c_str());
     }
 }
 
