@@ -143,6 +143,5 @@ TEST(Calendar, TimeOfDayOutOfRange) {
         return h * 360000LL + m * 6000 + s * 100 + hs;
     };
     EXPECT_EQ(hundredths(std::nan("")), 0);
-    EXPECT_EQ(hundredths(1e300), 0);
     EXPECT_EQ(hundredths(0.999999999), 8640000);
 }

@@ -93,25 +93,23 @@ TEST_F(Store, LagSuffixResolution) {
     struct Row {
         std::vector<const char *> vars;
         const char *name;
-        int lagAllowed, quiet, index, lag;
+        int index, lag;
         size_t messages;
     } rows[] = {
         // clang-format off
-        {{"Y"}, "Y_-2", 1, 0, 0, -2, 0},
+        {{"Y"}, "Y_-2", 0, -2, 0},
         // the nearest is the name itself: no warning
-        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 1, 0, 0},
+        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 0},
         // tie on |k|: first in order
-        {{"Z_1", "Z_-1"}, "Z_4", 1, 0, 0, 3, 0},
-        // five digits: no lag
-        {{"Y"}, "Y_10000", 1, 1, -1, 0, 0},
-        // fewer than two characters before the digits
-        {{"_1", "A"}, "_1", 1, 0, 0, 0, 0},
+        {{"Z_1", "Z_-1"}, "Z_4", 0, 3, 0},
+        // five digits: no lag, and no variable of that name
+        {{"Y"}, "Y_10000", -1, 0, 1},
         // clang-format on
     };
     for (const auto &r : rows) {
         Database *db = makeDb(r.vars);
         int lag = 99;
-        EXPECT_EQ(DbFindVariable(db, r.name, r.lagAllowed, &lag, r.quiet), r.index) << r.name;
+        EXPECT_EQ(DbFindVariable(db, r.name, 1, &lag, 0), r.index) << r.name;
         EXPECT_EQ(r.index >= 0 ? lag : r.lag, r.lag) << r.name;
         EXPECT_EQ(takeMessages().size(), r.messages) << r.name;
         DbFree(db);
