@@ -224,8 +224,6 @@ TEST(EstimatorExports, BadInput) {
         {kDeriv, "m with beta for fewer categories", [](HostCall &c) { c.num(2, 5); }, REFUSED, ""},
         {kActFit, "row counts differ", [](HostCall &c) { c.col(0, {0, 1, 2, 1}); }, REFUSED, ""},
         {kActFit, "too few indicator columns", [](HostCall &c) { c.mat(0, 5, 2, Vec(10, 1)); }, REFUSED, ""},
-        {kCount, "model a double", [](HostCall &c) { c.dbl(3, 1); }, NAN_RESULT,
-         "argument 3: int expected, double found"},
         {kCount, "X rows differ from n", [](HostCall &c) { c.mat(2, 4, 2, Vec(8, 1)); }, NAN_RESULT, ""},
         {kCount, "last beyond the rows", [](HostCall &c) { c.num(5, 5); }, NAN_RESULT, ""},
         {kCount, "theta without log alpha", [](HostCall &c) { c.col(0, {0.3, -0.2}); }, NAN_RESULT, ""},
