@@ -23,18 +23,12 @@ namespace dbtest {
 using Strings = std::vector<std::string>;
 const double NA = MissingValueOf();
 
-inline Strings &messages() {
-    static Strings m;
-    return m;
-} // "Title: text"
-inline Strings &outputs() {
-    static Strings s;
-    return s;
-} // one entry per call of the text channel
-inline int &notifications() {
-    static int n = 0;
-    return n;
-}
+inline Strings g_messages; // "Title: text"
+inline Strings g_outputs;  // one entry per call of the text channel
+inline int g_notifications = 0;
+inline Strings &messages() { return g_messages; }
+inline Strings &outputs() { return g_outputs; }
+inline int &notifications() { return g_notifications; }
 inline std::string bitsOf(double x) {
     uint64_t b;
     std::memcpy(&b, &x, sizeof b);

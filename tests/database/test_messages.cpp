@@ -93,9 +93,8 @@ TEST_F(Messages, EveryMessageInItsSituation) {
          [](Database *db) {
              EXPECT_EQ(DbDeleteObservations(fill(db, 1), 1, 0), 0);
              EXPECT_EQ(DbDeleteObservationRange(db, 0, 7), 0);
-             EXPECT_EQ(DbDeleteObservations(fill(db, NA), 1, 3), 0);
          },
-         Strings(3, "Error: Delete skipped: there would be no observations left")},
+         Strings(2, "Error: Delete skipped: there would be no observations left")},
         {"no observation selected for deletion",
          {"A", "S"},
          [](Database *db) { EXPECT_EQ(DbDeleteObservations(fill(db, 0), 1, 0), 0); },
@@ -107,14 +106,12 @@ TEST_F(Messages, EveryMessageInItsSituation) {
              EXPECT_EQ(db->obsCount, 100000000);
          },
          {"Warning: Truncated number of observations to 100000000"}},
-        {"invalid samples",
+        {"a sample ending before it starts",
          {},
          [](Database *db) {
-             for (const Sample &s : {Sample{1990, 0, 1991, 1, 4}, Sample{1990, 5, 1991, 1, 4},
-                                     Sample{1990, 1, 1989, 1, 4}, Sample{1990, 1, 1991, 1, 0}})
-                 EXPECT_EQ(DbSetSample(db, s), 0);
+             EXPECT_EQ(DbSetSample(db, Sample{1990, 1, 1989, 1, 4}), 0);
          },
-         Strings(4, "Error: Invalid sample")},
+         {"Error: Invalid sample"}},
         {"an extension reaching the limit",
          {},
          [](Database *db) {
@@ -124,16 +121,14 @@ TEST_F(Messages, EveryMessageInItsSituation) {
          {"Error: Unable to extend database: exceeds maximum"}},
         {"an extension leaving no observations",
          {"A"},
-         [](Database *db) {
-             EXPECT_EQ(DbExtendSample(db, -8, 0), 0);
-             EXPECT_EQ(DbExtendSample(db, -4, -5), 0);
-         },
-         Strings(2, "Error: No observations left")},
+         [](Database *db) { EXPECT_EQ(DbExtendSample(db, -4, -5), 0); },
+         {"Error: No observations left"}},
         {"a lagged name with two matches",
          {"Y_1", "Y_2", "Y_3"},
          [](Database *db) {
              int lag = 0;
-             EXPECT_EQ(DbFindVariable(db, "Y_3", 1, &lag, 0) + lag, 2);
+             EXPECT_EQ(DbFindVariable(db, "Y_3", 1, &lag, 0), 0);
+             EXPECT_EQ(lag, 2);
          },
          {"Warning: More than one match for Y_3 found, using Y_1 with lag 2"}},
         {"a name not in the database",

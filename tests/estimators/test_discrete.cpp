@@ -111,20 +111,13 @@ TEST(Probit, ClampsOutcomesAndEdges) {
         double eta, y, p0, p1, li, tol;
     } rows[] = {
         // clang-format off
-        {0.0, 1.0, 0.5, 0.5, std::log(0.5), 1e-15},
-        {0.0, 0.7, 0.5, 0.5, std::log(0.5), 1e-15},
-        // truncated to 0
         {0.0, 1.9, 0.5, 0.5, std::log(0.5), 1e-15},
         // truncated to 1
-        {0.0, -0.5, 0.5, 0.5, std::log(0.5), 1e-15},
-        // truncated toward zero: 0
         {9.0, 0.0, Floor, 1.0, -72.0873067782343, 1e-15},
         // P1 rounds to 1: P0 clamped
         {-40.0, 1.0, 1.0, 0.0, -Inf, 0},
         // P1 = 0 is not clamped
         {-38.0, 1.0, 1.0, 2.88542836006878e-316, -726.557216018820, 1e-9},
-        {0.0, 2.0, 0.5, 0.5, NaN, 0},
-        {0.0, -1.0, 0.5, 0.5, NaN, 0},
         {0.0, NaN, 0.5, 0.5, NaN, 0},
         // clang-format on
     };

@@ -83,7 +83,7 @@ TEST(MarkovSwitching, FilterAndSmoothersMatchPathEnumeration) {
     struct Case {
         int T, M;
         bool symmetric;
-    } cases[] = {{1, 2, false}, {5, 2, false}, {4, 3, false}, {5, 3, true}, {3, 4, false}, {6, 2, true}};
+    } cases[] = {{1, 2, false}, {4, 3, false}, {5, 3, true}, {3, 4, false}};
     for (const auto &k : cases) {
         SCOPED_TRACE(::testing::Message() << "T=" << k.T << " M=" << k.M << " symmetric=" << k.symmetric);
         const Model m = randomModel(rng, k.T, k.M, k.symmetric);
