@@ -3,6 +3,7 @@
 // squares through the estimation bridge against the NIST StRD certified values.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -186,6 +187,13 @@ TEST(Tools, ProbitAndLogitReachTheMaximumOfTheirLikelihoods) {
         ASSERT_EQ(OptMaximizeBfgs(direct, b.data(), k, OptDefaultSettings(), &res), OPT_CONVERGED);
         for (int j = 0; j < k; ++j) EXPECT_NEAR(r.coef[j], b[j], 1e-5) << (logit ? "logit " : "probit ") << j;
         EXPECT_NEAR(r.loglik, res.value, 1e-9 * std::fabs(res.value));
+        if (!logit) continue;
+        // Marginal effects for x alone (the constant has none): one per category.
+        const std::string key = "\"marginal_effects\": ";
+        std::string effects;
+        for (const std::string &j : r.json)
+            if (j.compare(0, key.size(), key) == 0) effects = j.substr(key.size());
+        EXPECT_EQ(std::count(effects.begin(), effects.end(), ','), 2) << effects;
     }
 }
 

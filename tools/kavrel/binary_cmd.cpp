@@ -103,25 +103,30 @@ bool EstimateDiscrete(const Columns &data, bool logit, bool constant, Report *re
         for (int t = 0; t < d.n; ++t) p[t] = d.prob[static_cast<size_t>(t) * categories + c];
         report->seriesNames.push_back("p" + std::to_string(c)), report->series.push_back(p);
     }
-    // Average marginal effects of the regressors on each category's probability.
+    // Average marginal effects of the regressors on each category's probability. The constant
+    // does not vary, so it has none: its column is left out of the table and the JSON.
     if (logit) {
+        const int j0 = constant ? 1 : 0;
         Vec effects(static_cast<size_t>(d.m) * d.kx);
         if (LogitProbDerivEval(b.data(), X, d.kx, d.m, 0, d.n - 1, RowView(effects, d.m, d.kx)) == 1) {
             report->lines.push_back("\nAverage marginal effects dP(category)/dx (rows: categories 0.." +
                                     std::to_string(d.m - 1) + "):");
             std::string head = "  ";
-            for (const std::string &x : xnames) head += x + "\t";
+            for (int j = j0; j < d.kx; ++j) head += xnames[j] + "\t";
             report->lines.push_back(head);
+            Vec shown;
             for (int c = 0; c < d.m; ++c) {
                 std::string line = "  ";
-                for (int j = 0; j < d.kx; ++j) {
+                for (int j = j0; j < d.kx; ++j) {
+                    const double e = effects[static_cast<size_t>(c) * d.kx + j];
                     char buf[32];
-                    std::snprintf(buf, sizeof buf, "%.6g\t", effects[static_cast<size_t>(c) * d.kx + j]);
+                    std::snprintf(buf, sizeof buf, "%.6g\t", e);
                     line += buf;
+                    shown.push_back(e);
                 }
                 report->lines.push_back(line);
             }
-            report->json.push_back("\"marginal_effects\": " + JsonArray(effects));
+            report->json.push_back("\"marginal_effects\": " + JsonArray(shown));
         }
     }
     // The fitted table: actual categories in rows, predicted in columns, totals last.
