@@ -24,12 +24,17 @@ constexpr double FracSeriesTolerance = 1e-14;
 std::complex<double> FracHyperSeries(double a, double b, std::complex<double> z, FracPrintFn print);
 
 // gamma[0..n-1]: the autocovariances at lags 0..n-1 for unit innovation variance. phi: p AR
-// coefficients, theta: q MA coefficients (either null when its count is 0). Returns 1, or 0 with
-// gamma set to the missing value when d is not in (-1, 0.5) or not finite, a coefficient is not
-// finite, the AR polynomial has a root on or inside the unit circle (an inverse root of modulus
-// >= 1) or two inverse roots closer than FracRootSeparation, its roots cannot be found, or the
-// scratch cannot be allocated. n < 1 or p, q < 0: 0, gamma untouched.
-constexpr double FracRootSeparation = 1e-6;
+// coefficients, theta: q MA coefficients (either null when its count is 0). When two inverse AR
+// roots are closer than FracRootSeparation, the partial fractions of Sowell's formula would divide
+// by their difference; the autocovariances are then the ARMA part's convolved with those of
+// fractional noise (the splitting method), over as many ARMA lags as their decay needs, at most
+// FracSplitMaxLags. Returns 1, or 0 with gamma set to the missing value when d is not in
+// (-1, 0.5) or not finite, a coefficient is not finite, the AR polynomial has a root on or inside
+// the unit circle (an inverse root of modulus >= 1), its roots cannot be found, the splitting
+// sum would need more lags, or the scratch cannot be allocated. n < 1 or p, q < 0: 0, gamma
+// untouched.
+constexpr double FracRootSeparation = 1e-4;
+constexpr long FracSplitMaxLags = 1000000;
 int FracAutocovariances(const double *phi, int p, const double *theta, int q, double d, int n, double *gamma,
                         FracPrintFn print);
 

@@ -1,6 +1,7 @@
 // ARFIMA autocovariances against brute-force sums over long MA(infinity) expansions (with the
-// asymptotic tail added), for a model with real and complex AR roots and for one without AR part;
-// the non-convergence message of the hypergeometric series.
+// asymptotic tail added), for a model with real and complex AR roots, one without AR part and two
+// whose AR roots are too close for the partial fractions; the non-convergence message of the
+// hypergeometric series.
 #include <cmath>
 #include <string>
 
@@ -71,6 +72,9 @@ TEST(FracSigma, AgreesWithDirectSums) {
     } rows[] = {
         {"ARFIMA(3,-0.2,2)", {0.4, -0.3, 0.2}, {0.5, 0.2}, -0.2, 1e-10},
         {"ARFIMA(0,0.1,2)", {}, {0.5, -0.4}, 0.1, 1e-9},
+        // Roots closer than the partial fractions allow: the splitting sum.
+        {"ARFIMA(2,0.2,1), a double root 0.5", {1.0, -0.25}, {0.3}, 0.2, 1e-9},
+        {"ARFIMA(3,-0.3,0), roots 0.6, 0.60001, -0.3", {0.90001, -3e-6, -0.1080018}, {}, -0.3, 1e-10},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.what);
