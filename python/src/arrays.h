@@ -30,7 +30,7 @@ struct ArrayIn {
     int rows = 0, cols = 0;
     std::vector<double *> ptr; // ptr[0] the block, then one per row
     MATRIX matrix() { return ptr.data() + 1; }
-    const double *data() const { return array.data(); }
+    const double *data() const { return ptr.empty() ? nullptr : ptr[0]; }
     long long size() const { return static_cast<long long>(rows) * cols; }
 };
 
@@ -48,9 +48,19 @@ struct ArrayOut {
     DoubleArray array;
     std::vector<double *> ptr;
     MATRIX matrix() { return ptr.data() + 1; }
-    double *data() { return array.mutable_data(); }
+    double *data() { return ptr.empty() ? nullptr : ptr[0]; }
 };
 ArrayOut ArrayOutput(int rows, int cols, double fill);
+
+// Runs f without the interpreter lock, so that other Python threads run meanwhile. f must not
+// touch Python objects: the data() and matrix() of ArrayIn and ArrayOut are plain pointers made
+// beforehand. The library's estimators and the fits keep no state of their own between calls
+// (the allocation layer's counter is atomic), so calls may overlap; the language's database and
+// message sink are process-wide, so Algebra runs keep the lock.
+template <class F> auto WithoutGil(F &&f) {
+    py::gil_scoped_release release;
+    return f();
+}
 
 // Raises ValueError with "name: what".
 [[noreturn]] void BadValue(const char *name, const std::string &what);

@@ -49,8 +49,10 @@ py::dict rls(py::handle yObj, py::handle xObj, int first, int last, int force) {
     ArrayOut coef = ArrayOutput(n * k, T, kNan), pdiag = ArrayOutput(k, T, kNan), stdinnov = ArrayOutput(n, T, kNan),
              innov = ArrayOutput(n, T, kNan), rss = ArrayOutput(n, T, kNan), resid = ArrayOutput(n, T, kNan),
              sysstat = ArrayOutput(1, T, kNan);
-    if (!RlsRecursion(Y.matrix(), X.matrix(), first, last, force, n, k, coef.matrix(), pdiag.matrix(),
-                      stdinnov.matrix(), innov.matrix(), rss.matrix(), resid.matrix(), sysstat.matrix()))
+    if (!WithoutGil([&] {
+            return RlsRecursion(Y.matrix(), X.matrix(), first, last, force, n, k, coef.matrix(), pdiag.matrix(),
+                                stdinnov.matrix(), innov.matrix(), rss.matrix(), resid.matrix(), sysstat.matrix());
+        }))
         throw KavrelFailure("the recursive estimation failed (a singular start or no memory)");
     auto t = [](ArrayOut &a) { return a.array.attr("T"); };
     return py::dict("coef"_a = t(coef), "pdiag"_a = t(pdiag), "std_innov"_a = t(stdinnov), "innov"_a = t(innov),
@@ -76,7 +78,10 @@ py::tuple garchVariance(py::handle eObj, py::handle xObj, py::handle coefObj, in
     const long long need = 1LL + (p > q ? p : q) + p;
     if (coef.rows < need) BadValue("coef", std::to_string(need) + " values needed (coef[0] unused)");
     ArrayOut h = ArrayOutput(T, -1, 0.0), u = ArrayOutput(T, -1, 0.0);
-    if (!GarchVariance(e.data(), x.data(), T, coef.data(), p, q, inMean, delta, kappa, gamma, h.data(), u.data()))
+    if (!WithoutGil([&] {
+            return GarchVariance(e.data(), x.data(), T, coef.data(), p, q, inMean, delta, kappa, gamma, h.data(),
+                                 u.data());
+        }))
         throw KavrelFailure("the GARCH recursion could not allocate its scratch");
     return py::make_tuple(h.array, u.array);
 }
@@ -88,8 +93,10 @@ py::tuple egarchVariance(py::handle eObj, py::handle xObj, double theta, double 
     if (T < 1) BadValue("e", "no observations");
     ArrayIn x = intercept(xObj, T), a = VectorInput(aObj, "a"), b = VectorInput(bObj, "b");
     ArrayOut logh = ArrayOutput(T, -1, 0.0), u = ArrayOutput(T, -1, 0.0);
-    if (!EgarchVariance(e.data(), x.data(), T, theta, phi, nu, a.rows ? a.data() : nullptr, a.rows,
-                        b.rows ? b.data() : nullptr, b.rows, inMean, delta, logh.data(), u.data()))
+    if (!WithoutGil([&] {
+            return EgarchVariance(e.data(), x.data(), T, theta, phi, nu, a.rows ? a.data() : nullptr, a.rows,
+                                  b.rows ? b.data() : nullptr, b.rows, inMean, delta, logh.data(), u.data());
+        }))
         throw KavrelFailure("the EGARCH recursion could not allocate its scratch");
     return py::make_tuple(logh.array, u.array);
 }
@@ -116,7 +123,8 @@ py::dict probit(py::handle betaObj, py::handle yObj, py::handle xObj, py::handle
     ArrayIn w = IsNone(wObj) ? ArrayIn() : VectorInput(wObj, "weights", n);
     LikelihoodOutputs o(k, n, 2);
     const DiscreteOutputs out{o.score.data(), o.info.matrix(), o.fitted.matrix(), o.llfObs.data(), o.outer.matrix()};
-    const double llf = ProbitEval(beta.data(), k, y.data(), X.matrix(), n, IsNone(wObj) ? nullptr : w.data(), out);
+    const double *weights = IsNone(wObj) ? nullptr : w.data();
+    const double llf = WithoutGil([&] { return ProbitEval(beta.data(), k, y.data(), X.matrix(), n, weights, out); });
     return o.dict(llf, "prob");
 }
 
@@ -153,7 +161,8 @@ py::dict logit(py::handle betaObj, py::handle yObj, int m, py::handle xObj, py::
     LikelihoodOutputs o(static_cast<int>(k), pb.n, pb.m);
     const DiscreteOutputs out{o.score.data(), o.info.matrix(), o.fitted.matrix(), o.llfObs.data(), o.outer.matrix()};
     double llf = kNan;
-    if (!LogitEval(pb, out, &llf)) throw KavrelFailure("the logit could not allocate its scratch");
+    if (!WithoutGil([&] { return LogitEval(pb, out, &llf); }))
+        throw KavrelFailure("the logit could not allocate its scratch");
     return o.dict(llf, "prob");
 }
 
@@ -165,7 +174,7 @@ py::array logitProbDeriv(py::handle betaObj, py::handle xObj, int m, int first, 
     ArrayIn beta = VectorInput(betaObj, "beta", k);
     observationRange(X.rows, &first, &last);
     ArrayOut D = ArrayOutput(m, X.cols, kNan);
-    if (!LogitProbDerivEval(beta.data(), X.matrix(), X.cols, m, first, last, D.matrix()))
+    if (!WithoutGil([&] { return LogitProbDerivEval(beta.data(), X.matrix(), X.cols, m, first, last, D.matrix()); }))
         throw KavrelFailure("the derivatives could not allocate their scratch");
     return D.array;
 }
@@ -200,7 +209,8 @@ py::dict count(py::handle thetaObj, py::handle yObj, py::handle xObj, const std:
     observationRange(n, &first, &last);
     LikelihoodOutputs o(p, n, 2);
     const CountOutputs out{o.score.data(), o.info.matrix(), o.fitted.matrix(), o.llfObs.data(), o.outer.matrix()};
-    const double llf = CountEval(model, theta.data(), k, y.data(), X.matrix(), first, last, alpha, out);
+    const double llf =
+        WithoutGil([&] { return CountEval(model, theta.data(), k, y.data(), X.matrix(), first, last, alpha, out); });
     return o.dict(llf, "fitted");
 }
 
@@ -211,7 +221,7 @@ py::tuple msFilter(py::handle densObj, py::handle pObj, py::handle initObj) {
     ArrayIn P = ArrayInput(pObj, "P"), init = VectorInput(initObj, "init", m);
     checkSquare(P, "P", m);
     ArrayOut lik = ArrayOutput(T, -1, kNan), filt = ArrayOutput(T, m, kNan);
-    if (!MsFilter(dens.matrix(), T, m, P.matrix(), init.data(), lik.data(), filt.matrix()))
+    if (!WithoutGil([&] { return MsFilter(dens.matrix(), T, m, P.matrix(), init.data(), lik.data(), filt.matrix()); }))
         throw KavrelFailure("the filter could not allocate its scratch");
     return py::make_tuple(lik.array, filt.array);
 }
@@ -228,7 +238,7 @@ py::tuple msSmooth(py::handle filtObj, py::handle pObj, const std::string &kindN
     ArrayIn P = ArrayInput(pObj, "P");
     checkSquare(P, "P", m);
     ArrayOut smooth = ArrayOutput(T, m, kNan), trans = ArrayOutput(m, m, 0.0);
-    if (!MsSmooth(filt.matrix(), T, m, P.matrix(), kind, smooth.matrix(), trans.matrix()))
+    if (!WithoutGil([&] { return MsSmooth(filt.matrix(), T, m, P.matrix(), kind, smooth.matrix(), trans.matrix()); }))
         throw KavrelFailure("the smoother could not allocate its scratch");
     return py::make_tuple(smooth.array, trans.array);
 }
@@ -264,7 +274,7 @@ py::array longRunCovariance(py::handle xObj, py::handle uObj, py::object lagObj)
     if (static_cast<long long>(k) * m > 46340) BadValue("X", "too many scores");
     const int lag = lagObj.is_none() ? LongRunLag(T) : CheckedInt(lagObj.cast<long long>(), "lag", 0, T - 1);
     ArrayOut V = ArrayOutput(k * m, k * m, 0.0);
-    if (!LongRunScoreCovariance(X.matrix(), T, k, U.matrix(), m, lag, V.matrix()))
+    if (!WithoutGil([&] { return LongRunScoreCovariance(X.matrix(), T, k, U.matrix(), m, lag, V.matrix()); }))
         throw KavrelFailure("the long-run covariance could not allocate its scratch");
     return V.array;
 }
@@ -314,7 +324,8 @@ py::object forecast(py::handle endog, py::handle reg, py::handle variables, py::
     }
     ArrayOut out = ArrayOutput(s.m.nEndog, count, kNan), se = ArrayOutput(wantSe ? s.m.nEndog : 0, count, kNan);
     const ForecastIdentities none{0, nullptr, nullptr};
-    if (!ForecastRun(s.m, t1, t2, horizon, none, 0, out.matrix(), wantSe ? se.matrix() : nullptr))
+    MATRIX seOut = wantSe ? se.matrix() : nullptr;
+    if (!WithoutGil([&] { return ForecastRun(s.m, t1, t2, horizon, none, 0, out.matrix(), seOut); }))
         throw KavrelFailure("the forecast failed (an unmapped descriptor or no memory)");
     if (wantSe) return py::make_tuple(out.array, se.array);
     return out.array;
@@ -342,7 +353,8 @@ py::array impulse(py::handle endog, py::handle reg, py::handle variables, py::ha
     if ((kind == IMPULSE_SD || kind == IMPULSE_CHOLESKY) && s.m.omegaDim == 0)
         BadValue("omega", "this kind of shock needs the error covariance");
     ArrayOut out = ArrayOutput(s.m.nEndog, t2 - t1 + 1, kNan);
-    if (!ImpulseRun(s.m, modelled, t1, t2, shock, kind, kind == IMPULSE_VECTOR ? vector.data() : nullptr, out.matrix()))
+    const double *impulse = kind == IMPULSE_VECTOR ? vector.data() : nullptr;
+    if (!WithoutGil([&] { return ImpulseRun(s.m, modelled, t1, t2, shock, kind, impulse, out.matrix()); }))
         throw KavrelFailure("the impulse responses failed (an unmapped descriptor, a covariance that is not "
                             "positive definite, or no memory)");
     return out.array;

@@ -85,7 +85,7 @@ py::dict fitDiscrete(py::handle y, py::handle X, const std::vector<std::string> 
     const Columns c = columnsOf(y, X, names);
     Report r;
     std::string error;
-    if (!EstimateDiscrete(c, logit, constant, &r, &error)) fail(error);
+    if (!WithoutGil([&] { return EstimateDiscrete(c, logit, constant, &r, &error); })) fail(error);
     return reportDict(r, sample);
 }
 
@@ -94,7 +94,7 @@ py::dict fitCount(py::handle y, py::handle X, const std::vector<std::string> &na
     const Columns c = columnsOf(y, X, names);
     Report r;
     std::string error;
-    if (!EstimateCount(c, negbin, constant, &r, &error)) fail(error);
+    if (!WithoutGil([&] { return EstimateCount(c, negbin, constant, &r, &error); })) fail(error);
     return reportDict(r, sample);
 }
 
@@ -106,7 +106,7 @@ py::dict fitGarch(py::handle y, const std::string &name, int p, int q, bool egar
     o.inMean = CheckedInt(inMean, "in_mean", 0, 3);
     Report r;
     std::string error;
-    if (!EstimateGarch(c, o, &r, &error)) fail(error);
+    if (!WithoutGil([&] { return EstimateGarch(c, o, &r, &error); })) fail(error);
     return reportDict(r, sample);
 }
 
@@ -114,7 +114,7 @@ py::dict fitMs(py::handle y, const std::string &name, int regimes, int order, co
     const Columns c = columnsOf(y, py::none(), {name});
     MsResults res;
     std::string error;
-    if (!EstimateMs(c, regimes, order, &res, &error)) fail(error);
+    if (!WithoutGil([&] { return EstimateMs(c, regimes, order, &res, &error); })) fail(error);
     py::dict d = reportDict(res.report, sample);
     const int M = res.M, T = c.nobs() - res.p;
     ArrayOut P = ArrayOutput(M, M, 0.0), S = ArrayOutput(T, M, std::nan(""));
@@ -129,7 +129,7 @@ py::dict fitRls(py::handle y, py::handle X, const std::vector<std::string> &name
     const Columns c = columnsOf(y, X, names);
     RlsResults res;
     std::string error;
-    if (!EstimateRls(c, constant, &res, &error)) fail(error);
+    if (!WithoutGil([&] { return EstimateRls(c, constant, &res, &error); })) fail(error);
     py::dict d = reportDict(res.report, sample);
     const int T = res.T, k = res.k;
     ArrayOut coef = ArrayOutput(T, k, 0.0), se = ArrayOutput(T, k, 0.0);

@@ -1,16 +1,22 @@
 // Allocation layer: malloc with a counter and a single-shot fault hook for tests.
 #include "base/alloc.h"
 
+#include <atomic>
 #include <cstdlib>
 
 namespace {
-long g_count = 0;
-long g_failAt = 0;
-size_t g_limit = 0;
+// Atomic so that routines running in several threads at once (the Python module releases its
+// interpreter lock around them) count without a data race; the fault hook itself is for
+// single-threaded tests.
+std::atomic<long> g_count{0};
+std::atomic<long> g_failAt{0};
+std::atomic<size_t> g_limit{0};
 
 bool shouldFail(size_t bytes) {
-    ++g_count;
-    return (g_failAt > 0 && g_count == g_failAt) || (g_limit > 0 && bytes > g_limit);
+    const long n = g_count.fetch_add(1, std::memory_order_relaxed) + 1;
+    const long failAt = g_failAt.load(std::memory_order_relaxed);
+    const size_t limit = g_limit.load(std::memory_order_relaxed);
+    return (failAt > 0 && n == failAt) || (limit > 0 && bytes > limit);
 }
 } // namespace
 
@@ -39,16 +45,11 @@ void *KvRealloc(void *p, size_t bytes) {
 void KvFree(void *p) { std::free(p); }
 
 long KvAllocFailAt(long n) {
-    long made = g_count;
-    g_count = 0;
-    g_failAt = n;
+    const long made = g_count.exchange(0, std::memory_order_relaxed);
+    g_failAt.store(n, std::memory_order_relaxed);
     return made;
 }
 
-long KvAllocCount() { return g_count; }
+long KvAllocCount() { return g_count.load(std::memory_order_relaxed); }
 
-size_t KvAllocSetLimit(size_t bytes) {
-    const size_t old = g_limit;
-    g_limit = bytes;
-    return old;
-}
+size_t KvAllocSetLimit(size_t bytes) { return g_limit.exchange(bytes, std::memory_order_relaxed); }

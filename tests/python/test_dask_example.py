@@ -41,3 +41,12 @@ def test_the_script_reports_throughput_for_one_and_two_workers():
     assert lines[1].startswith("1 worker: 8 fits in ")
     assert lines[2].startswith("2 workers: 8 fits in ")
     assert "8 converged" in lines[2]
+
+
+def test_fits_in_threads_equal_the_fits_in_turn(example):
+    """The module lets go of the interpreter lock inside the library, so threads overlap there."""
+    from concurrent.futures import ThreadPoolExecutor
+    series = example["simulate"](8, 400, seed=5)
+    with ThreadPoolExecutor(max_workers=4) as pool:
+        threaded = np.vstack(list(pool.map(example["fit_chunk"], [series[i:i + 1] for i in range(8)])))
+    np.testing.assert_array_equal(threaded, example["fit_chunk"](series))
