@@ -28,12 +28,10 @@ KAVREL_EXPORT void FnRivEst(LumoValue *result, LumoValue *args, int) noexcept {
                 return;
 
             // The recursion fills what it does not compute with the missing value itself.
-            const int rows[kOutputs] = {model.regs, model.regs, 1, 1, 1, 1};
+            const long long rows[kOutputs] = {model.regs, model.regs, 1, 1, 1, 1};
             FrameOutputs outputs;
             MATRIX out[kOutputs];
-            for (int i = 0; i < kOutputs; ++i)
-                out[i] = outputs.matrix(args, kFirstOutput + i, rows[i], last + 1, FrameOutputs::WRITTEN_WHOLE);
-            if (outputs.failed()) {
+            if (!outputs.matrices(args, kFirstOutput, kOutputs, rows, last + 1, out, FrameOutputs::WRITTEN_WHOLE)) {
                 FrameSetInt(result, 0);
                 return;
             }

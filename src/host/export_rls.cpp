@@ -30,9 +30,7 @@ KAVREL_EXPORT void FnRlsEst(LumoValue *result, LumoValue *args, int) noexcept {
             const long long rows[kOutputs] = {static_cast<long long>(n) * k, k, n, n, n, n, 1};
             FrameOutputs outputs;
             MATRIX out[kOutputs];
-            for (int i = 0; i < kOutputs; ++i)
-                out[i] = outputs.matrix(args, kFirstOutput + i, rows[i], last + 1, FrameOutputs::WRITTEN_WHOLE);
-            if (outputs.failed()) {
+            if (!outputs.matrices(args, kFirstOutput, kOutputs, rows, last + 1, out, FrameOutputs::WRITTEN_WHOLE)) {
                 FrameSetInt(result, 0);
                 return;
             }

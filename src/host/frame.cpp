@@ -42,6 +42,12 @@ LumoValue *FrameOutputs::value(const LumoValue *args, int i) {
     return &s.v;
 }
 
+bool FrameOutputs::matrices(const LumoValue *args, int first, int count, const long long *rows, long long cols,
+                            MATRIX *out, Fill fill) {
+    for (int j = 0; j < count; ++j) out[j] = matrix(args, first + j, rows[j], cols, fill);
+    return !failed_;
+}
+
 MATRIX FrameOutputs::matrix(const LumoValue *args, int i, long long rows, long long cols, Fill fill) {
     if (!FrameIsRef(args, i)) return nullptr;
     if (rows < 0 || cols < 0 || rows > INT_MAX || cols > INT_MAX) {

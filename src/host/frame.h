@@ -56,6 +56,10 @@ public:
     // the caller passed no reference there, and null with failed() set when the host cannot make
     // it or a shape does not fit the host's int.
     MATRIX matrix(const LumoValue *args, int i, long long rows, long long cols, Fill fill = FILL_MISSING);
+    // out[j] = matrix(args, first + j, rows[j], cols, fill) for j = 0..count-1: the outputs of a
+    // recursion that writes one column per observation; false when any could not be made.
+    bool matrices(const LumoValue *args, int first, int count, const long long *rows, long long cols, MATRIX *out,
+                  Fill fill);
     // A value for argument i that the export fills with a host setter (strings, arrays); null
     // when argument i is not a reference.
     LumoValue *value(const LumoValue *args, int i);
