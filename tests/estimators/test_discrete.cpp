@@ -57,6 +57,15 @@ void setLogit(HostCall &c, const Model &md, const Vec &Y, int ycols) {
     c.col(5, md.w).mat(6, md.n, md.m, md.O).ref(7, 11);
 }
 
+// One call of the probit or of the logit with the outcomes md.y; the log-likelihood.
+double evaluate(HostCall &c, const Model &md, bool probit) {
+    if (probit)
+        setProbit(c, md);
+    else
+        setLogit(c, md, md.y, 1);
+    return run(c, probit ? FnBinProbitRz : FnLogitRz);
+}
+
 // The probabilities and per-observation log-likelihoods by their definitions in long double
 // (the logit's from the explicit design vectors), and the outer product of scores as the sum of
 // s_i s_i' over calls with every weight but observation i's set to zero.
@@ -65,17 +74,8 @@ TEST(Discrete, LikelihoodsAgainstDefinitions) {
         SCOPED_TRACE(probit ? "probit" : "logit");
         const Model md = probit ? makeModel(60, 2, 4, 0, 11, true) : makeModel(40, 3, 2, 2, 20, false);
         const int k = md.k, m = md.m, out = probit ? 4 : 7;
-        auto call = [&](const Vec &w, HostCall &c) {
-            Model at = md;
-            at.w = w;
-            if (probit)
-                setProbit(c, at);
-            else
-                setLogit(c, at, at.y, 1);
-            return run(c, probit ? FnBinProbitRz : FnLogitRz);
-        };
         HostCall c;
-        const double llf = call(md.w, c);
+        const double llf = evaluate(c, md, probit);
         Vec prob, llfObs, outer(k * k, 0.0);
         LD total = 0;
         for (int i = 0; i < md.n; ++i) {
@@ -89,10 +89,11 @@ TEST(Discrete, LikelihoodsAgainstDefinitions) {
             for (int j = 0; j < m; ++j) prob.push_back((double)(p[j] = probit ? p[j] : p[j] / sum));
             total += md.w[i] * std::log(p[(int)md.y[i]]);
             llfObs.push_back((double)(md.w[i] * std::log(p[(int)md.y[i]])));
-            Vec only(md.n, 0.0);
-            only[i] = md.w[i];
+            Model only = md;
+            std::fill(only.w.begin(), only.w.end(), 0.0);
+            only.w[i] = md.w[i];
             HostCall single;
-            call(only, single);
+            evaluate(single, only, probit);
             const Vec si = single.out(out);
             for (int a = 0; a < k * k; ++a) outer[a] += si[a / k] * si[a % k];
         }
@@ -145,10 +146,8 @@ TEST(Discrete, DerivativesAgainstFiniteDifferences) {
     Model probit = makeModel(60, 2, 4, 0, 11, true);
     Model logit = makeModel(40, 3, 2, 2, 20, false);
     HostCall pc, lc;
-    setProbit(pc, probit);
-    run(pc, FnBinProbitRz);
-    setLogit(lc, logit, logit.y, 1);
-    run(lc, FnLogitRz);
+    evaluate(pc, probit, true);
+    evaluate(lc, logit, false);
     const Vec p1 = pc.out(6); // P0, P1 per observation
     Model expected = probit;  // the probit's expected log-likelihood as a data set
     expected.n = 2 * probit.n;
@@ -159,7 +158,6 @@ TEST(Discrete, DerivativesAgainstFiniteDifferences) {
             expected.y.push_back(copy == 0 ? 1.0 : 0.0);
             expected.w.push_back(probit.w[i] * p1[2 * i + 1 - copy]);
         }
-    // llfAt(beta) and scoreAt(beta) of a model through its export.
     const struct {
         const char *what;
         Model *md, *forInfo;
@@ -169,15 +167,11 @@ TEST(Discrete, DerivativesAgainstFiniteDifferences) {
                 {"logit", &logit, &logit, false, lc.out(7), lc.out(8)}};
     for (const auto &r : rows) {
         SCOPED_TRACE(r.what);
-        auto evaluate = [&](const Model &md, const Vec &beta, Vec *score) {
+        auto llfAt = [&](const Model &md, const Vec &beta, Vec *score) {
             Model at = md;
             at.beta = beta;
             HostCall c;
-            if (r.isProbit)
-                setProbit(c, at);
-            else
-                setLogit(c, at, at.y, 1);
-            const double llf = run(c, r.isProbit ? FnBinProbitRz : FnLogitRz);
+            const double llf = evaluate(c, at, r.isProbit);
             if (score) *score = c.out(r.isProbit ? 4 : 7);
             return llf;
         };
@@ -188,11 +182,11 @@ TEST(Discrete, DerivativesAgainstFiniteDifferences) {
             const double h = 1e-5 * std::max(1.0, std::fabs(r.md->beta[j]));
             Vec up = r.md->beta, down = r.md->beta;
             up[j] += h, down[j] -= h;
-            const double fd = (evaluate(*r.md, up, nullptr) - evaluate(*r.md, down, nullptr)) / (2 * h);
+            const double fd = (llfAt(*r.md, up, nullptr) - llfAt(*r.md, down, nullptr)) / (2 * h);
             EXPECT_NEAR(r.score[j], fd, 1e-6 * std::max(1.0, std::fabs(fd))) << "score " << j;
             Vec sUp, sDown;
-            evaluate(*r.forInfo, up, &sUp);
-            evaluate(*r.forInfo, down, &sDown);
+            llfAt(*r.forInfo, up, &sUp);
+            llfAt(*r.forInfo, down, &sDown);
             for (int l = 0; l < k; ++l)
                 EXPECT_NEAR(r.info[l * k + j], -(sUp[l] - sDown[l]) / (2 * h), 1e-6 * infoScale) << l << "," << j;
         }

@@ -79,36 +79,6 @@ void modelArgs(HostCall &c, const Var2 &m, int t1, int t2) {
     c.num(12, 0).num(13, 0).num(14, 0);
 }
 
-TEST(Forecast, PathsAndStandardErrors) {
-    // Dynamic (h 0) from t1 and 3-step: the forecast of e from the data up to e - 3 alone (those of
-    // the first three observations dynamic from t1), against the direct simulation from that
-    // origin. Without coefficient covariance the variance of a j-step error is the diagonal of
-    // sum over l < j of Psi_l Omega Psi_l'.
-    const Var2 m;
-    const int t1 = 5, t2 = 35, n = t2 - t1 + 1;
-    const auto psi = m.psi(n);
-    for (const int h : {0, 3}) {
-        SCOPED_TRACE(::testing::Message() << "h " << h);
-        HostCall c;
-        modelArgs(c, m, t1, t2);
-        c.num(15, h).ref(16).num(17, 0).num(18, 0);
-        ASSERT_EQ(c.invoke(FnDynForc), 1);
-        Vec want, se;
-        for (int i = 0; i < 2; ++i)
-            for (int e = t1; e <= t2; ++e) {
-                const int origin = h > 0 && e >= t1 + h ? e - h + 1 : t1;
-                want.push_back(m.simulate(origin, e)[i][e + 2]);
-                double v = 0.0;
-                for (int l = 0; l <= e - origin; ++l)
-                    for (int b = 0; b < 2; ++b)
-                        for (int a = 0; a < 2; ++a) v += psi[l][2 * i + b] * m.omega[b][a] * psi[l][2 * i + a];
-                se.push_back(std::sqrt(v));
-            }
-        ExpectClose(c.values(), want, 1e-13, "forecasts");
-        ExpectClose(c.out(16), se, 1e-13, "standard errors");
-    }
-}
-
 // Central-difference derivative of the direct dynamic forecast of y_i at e from t1 with respect to
 // coefficient p (equation p / kReg, regressor p % kReg).
 double coefficientSlope(const Var2 &m, int i, int t1, int e, int p) {
@@ -119,9 +89,13 @@ double coefficientSlope(const Var2 &m, int i, int t1, int e, int p) {
     return (up.simulate(t1, e)[i][e + 2] - down.simulate(t1, e)[i][e + 2]) / (2 * step);
 }
 
-TEST(Forecast, CoefficientTermIsTheDeltaMethodOfTheSimulation) {
-    // var = error part + g' V g, g the forecast's gradient in the coefficients (numerical
-    // derivatives of the direct simulation here); V = R V_gamma R' given whole or by its factors.
+TEST(Forecast, PathsAndStandardErrorsAgainstTheSimulation) {
+    // Dynamic (h 0) from t1 and 3-step: the forecast of e from the data up to e - 3 alone (those of
+    // the first three observations dynamic from t1), against the direct simulation from that
+    // origin. The variance of an error j steps from its origin is the diagonal of the sum over
+    // l < j of Psi_l Omega Psi_l' plus g' V g, g the forecast's gradient in the coefficients
+    // (numerical derivatives of the simulation); V = R V_gamma R' given whole (h 0) or by its
+    // factors (h 3).
     constexpr int kP = 2 * kReg, kFree = 4;
     const Var2 m;
     Lcg g{23};
@@ -139,30 +113,33 @@ TEST(Forecast, CoefficientTermIsTheDeltaMethodOfTheSimulation) {
                     V[p * kP + q] += R[p * kFree + x] * Vgamma[x * kFree + y] * R[q * kFree + y];
     const int t1 = 6, t2 = 26;
     const auto psi = m.psi(t2 - t1 + 1);
-    Vec want;
-    for (int i = 0; i < 2; ++i)
-        for (int e = t1; e <= t2; ++e) {
-            double v = 0.0;
-            for (int l = 0; l <= e - t1; ++l)
-                for (int b = 0; b < 2; ++b)
-                    for (int c = 0; c < 2; ++c) v += psi[l][2 * i + b] * m.omega[b][c] * psi[l][2 * i + c];
-            Vec grad(kP);
-            for (int p = 0; p < kP; ++p) grad[p] = coefficientSlope(m, i, t1, e, p);
-            for (int p = 0; p < kP; ++p)
-                for (int q = 0; q < kP; ++q) v += grad[p] * V[p * kP + q] * grad[q];
-            want.push_back(std::sqrt(v));
-        }
-    for (const bool whole : {true, false}) {
-        SCOPED_TRACE(whole ? "V whole" : "V as R V_gamma R'");
+    for (const int h : {0, 3}) {
+        SCOPED_TRACE(::testing::Message() << "h " << h);
         HostCall c;
         modelArgs(c, m, t1, t2);
-        c.num(15, 0).ref(16).num(17, 0).num(18, 0);
-        if (whole)
+        c.num(15, h).ref(16).num(17, 0).num(18, 0);
+        if (h == 0)
             c.mat(12, kP, kP, V);
         else
             c.mat(12, kFree, kFree, Vgamma).mat(13, kP, kFree, R).num(14, kFree);
         ASSERT_EQ(c.invoke(FnDynForc), 1);
-        ExpectClose(c.out(16), want, 1e-7);
+        Vec want, se;
+        for (int i = 0; i < 2; ++i)
+            for (int e = t1; e <= t2; ++e) {
+                const int origin = h > 0 && e >= t1 + h ? e - h + 1 : t1;
+                want.push_back(m.simulate(origin, e)[i][e + 2]);
+                double v = 0.0;
+                for (int l = 0; l <= e - origin; ++l)
+                    for (int b = 0; b < 2; ++b)
+                        for (int d = 0; d < 2; ++d) v += psi[l][2 * i + b] * m.omega[b][d] * psi[l][2 * i + d];
+                Vec grad(kP);
+                for (int p = 0; p < kP; ++p) grad[p] = coefficientSlope(m, i, origin, e, p);
+                for (int p = 0; p < kP; ++p)
+                    for (int q = 0; q < kP; ++q) v += grad[p] * V[p * kP + q] * grad[q];
+                se.push_back(std::sqrt(v));
+            }
+        ExpectClose(c.values(), want, 1e-13, "forecasts");
+        ExpectClose(c.out(16), se, 1e-7, "standard errors");
     }
 }
 
