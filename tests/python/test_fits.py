@@ -49,6 +49,9 @@ def test_logit_matches_statsmodels(choices, outcome):
     np.testing.assert_allclose(res.bse, bse, rtol=1e-6)
     assert res.llf == pytest.approx(ref.llf, rel=1e-10)
     assert res.converged
+    # The marginal effects are of infl alone: the constant does not vary.
+    last = int(choices[outcome].max())
+    assert f"dP(category)/dx (rows: categories 0..{last}):\n  infl\t\n" in res.summary()
 
 
 def test_count_regressions_reproduce_r_and_statsmodels(counts, reference):

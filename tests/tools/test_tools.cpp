@@ -1,9 +1,8 @@
 // The command-line host's estimations against independent computations: recursive least squares
 // against least squares refitted at every observation on the shipped macro data, nonlinear least
 // squares through the estimation bridge against the NIST StRD certified values, the GARCH
-// benchmark, the likelihood maxima of probit and logit, a VAR against its refits. The count and
-// Markov-switching fits, which the Python module runs through the same host code, are checked
-// there against R and statsmodels.
+// benchmark, a VAR against its refits. The probit, logit, count and Markov-switching fits, which
+// the Python module runs through the same host code, are checked there against R and statsmodels.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +13,6 @@
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
-#include "numeric/optimize.h"
 #include "special/distributions.h"
 
 namespace {
@@ -132,63 +130,6 @@ TEST(Tools, GarchReproducesTheDemGbpBenchmark) {
     }
     EXPECT_NEAR(r.loglik, -1106.60788, 5e-6);
     DbFree(db);
-}
-
-// Probit and a three-category logit on data made here, against the maximum of the likelihood
-// written out in the test and maximised by BFGS with numerical derivatives (no export involved).
-struct Choice {
-    Vec y, x;
-    bool logit;
-};
-double directLoglik(void *ctx, const double *b, int) {
-    const Choice &c = *static_cast<Choice *>(ctx);
-    double ll = 0.0;
-    for (size_t i = 0; i < c.y.size(); ++i) {
-        if (!c.logit) {
-            const double p = DistNormalP(b[0] + b[1] * c.x[i]);
-            ll += c.y[i] == 1.0 ? std::log(p) : std::log1p(-p);
-        } else {
-            const double v1 = b[0] + b[1] * c.x[i], v2 = b[2] + b[3] * c.x[i];
-            const double v = c.y[i] == 0.0 ? 0.0 : c.y[i] == 1.0 ? v1 : v2;
-            ll += v - std::log(1.0 + std::exp(v1) + std::exp(v2));
-        }
-    }
-    return ll;
-}
-
-TEST(Tools, ProbitAndLogitReachTheMaximumOfTheirLikelihoods) {
-    for (const bool logit : {false, true}) {
-        Choice c{{}, {}, logit};
-        Columns data;
-        data.names = {"y", "x"};
-        unsigned state = 12345;
-        for (int i = 0; i < 300; ++i) {
-            state = state * 1103515245u + 12345u;
-            const double x = (state >> 8) % 1000 / 250.0 - 2.0, u = ((state >> 4) % 997) / 997.0;
-            c.x.push_back(x);
-            c.y.push_back(logit ? (u < 0.3 ? 0.0 : u < 0.6 + 0.1 * x ? 1.0 : 2.0) : (u < 0.5 + 0.2 * x ? 1.0 : 0.0));
-        }
-        data.data = {c.y, c.x};
-        data.first = 0, data.last = 299;
-        Report r;
-        std::string error;
-        ASSERT_TRUE(EstimateDiscrete(data, logit, true, &r, &error)) << error;
-        EXPECT_TRUE(r.converged);
-        const int k = logit ? 4 : 2;
-        Vec b(k, 0.0);
-        const OptProblem direct{&c, directLoglik, nullptr, nullptr};
-        OptResult res{};
-        ASSERT_EQ(OptMaximizeBfgs(direct, b.data(), k, OptDefaultSettings(), &res), OPT_CONVERGED);
-        for (int j = 0; j < k; ++j) EXPECT_NEAR(r.coef[j], b[j], 1e-5) << (logit ? "logit " : "probit ") << j;
-        EXPECT_NEAR(r.loglik, res.value, 1e-9 * std::fabs(res.value));
-        if (!logit) continue;
-        // Marginal effects for x alone (the constant has none): one per category.
-        const std::string key = "\"marginal_effects\": ";
-        std::string effects;
-        for (const std::string &j : r.json)
-            if (j.compare(0, key.size(), key) == 0) effects = j.substr(key.size());
-        EXPECT_EQ(std::count(effects.begin(), effects.end(), ','), 2) << effects;
-    }
 }
 
 // A VAR(2) of three macro series: each equation against its own least-squares refit, the
