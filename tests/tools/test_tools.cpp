@@ -5,7 +5,6 @@
 // the Python module runs through the same host code, are checked there against R and statsmodels.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
