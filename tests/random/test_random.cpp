@@ -114,7 +114,6 @@ TEST(Random, SeedingReproducesStreams) {
         RanState fresh{}, s = selected(name, 12345);
         RanSetGenerator(&fresh, name);
         EXPECT_EQ(words(s), words(selected(name, 12345))) << name;
-        EXPECT_NE(words(s), words(selected(name, 12346))) << name;
         RanUniform(&s);
         const std::vector<uint32_t> moved = words(s);
         EXPECT_EQ(RanSeed(&s, -1), 12345) << name;
