@@ -14,9 +14,9 @@
 //   // code: 0001 CONST 1 ; 1 the disassembly, line by line (blanks collapsed)
 //   // variables: x y         the database's variables afterwards
 //   // param: 0 1.5           parameter 0's constant-pool value after compiling
-// Below them, what a program cannot reach (or only at great length): the built-in table, reports
-// of every fault bit, the disassembler's measuring, growth of the code and constant buffers at
-// their limits, the bridge's parameter writes, columns moved between runs, and allocation failures.
+// Below them, what a program cannot reach (or only at great length): reports of every fault bit, the disassembler's
+// measuring, growth of the code and constant buffers at their limits, the bridge's parameter writes, columns moved
+// between runs, and allocation failures.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,7 +31,6 @@
 #include <vector>
 
 #include "algebra/algebra.h"
-#include "algebra/builtins.h"
 #include "base/types.h"
 #include "common/fault.h"
 #include "database/database.h"
@@ -258,21 +257,6 @@ protected:
     }
     Database *db_ = nullptr;
 };
-
-// Each usage line names its function and shows as many arguments as its kind string has letters.
-TEST_F(Algebra, BuiltinsHaveTheirUsageLines) {
-    int count = 0;
-    const AlgebraFunction *fns = AlgebraFunctions(&count);
-    for (int i = 0; i < count; ++i) {
-        const std::string name = fns[i].name, usage = fns[i].signature;
-        EXPECT_EQ(fns[i].argc, static_cast<int>(std::strlen(fns[i].kinds))) << name;
-        EXPECT_EQ(usage.substr(0, name.size() + 1), name + "(") << name;
-        EXPECT_EQ(usage.substr(usage.size() - 2), ");") << name;
-        const long commas = std::count(usage.begin(), usage.end(), ',');
-        EXPECT_EQ(fns[i].argc, usage == name + "();" ? 0 : commas + 1) << name;
-    }
-    EXPECT_EQ(count, 85);
-}
 
 TEST_F(Algebra, ReportListsEachFaultOnceFromTheLowestBit) {
     AlgebraCompiler *c = AlgebraCreate(db_, 0);

@@ -152,10 +152,7 @@ TEST(Cholesky, InverseLogDetAndFailures) {
         all.resize(n);
         const LMat inv = inverseOn(ref, all);
         for (int a = 0; a < n; ++a)
-            for (int b = 0; b < n; ++b) {
-                EXPECT_NEAR(F.get()[a][b], inv[a][b], 1e-14 * inv[a][a]) << a << "," << b;
-                EXPECT_EQ(F.get()[a][b], F.get()[b][a]) << a << "," << b;
-            }
+            for (int b = 0; b < n; ++b) EXPECT_NEAR(F.get()[a][b], inv[a][b], 1e-14 * inv[a][a]) << a << "," << b;
     }
     MatOwner A(2, 2);
     MatZero(A, 2, 2);

@@ -1,7 +1,7 @@
 // The transform against the O(n^2) definition summed in long double, for every length to 64 and
 // for lengths that take each path (radix 4/2/3/5, the generic radix, Bluestein, four steps, at a
 // sample of frequencies for the long ones); the real-input transform against the complex one; the
-// periodogram against the direct sum and its symmetry.
+// periodogram against the direct sum.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -93,7 +93,7 @@ TEST(Fft, RealInputMatchesComplexTransform) {
     }
 }
 
-TEST(Periodogram, MatchesDirectSumWithSymmetryAndParseval) {
+TEST(Periodogram, MatchesDirectSum) {
     Lcg rng{3};
     for (int T : {1, 2, 3, 8, 15, 97, 1009, 1000}) {
         std::vector<double> x = rng.draws(T), value(T), freq(T);
@@ -110,7 +110,6 @@ TEST(Periodogram, MatchesDirectSumWithSymmetryAndParseval) {
             }
             const double ref = static_cast<double>((sr * sr + si * si) / (2 * kPiL * T));
             EXPECT_NEAR(value[j], ref, 1e-12 * static_cast<double>(ss)) << "T=" << T << " j=" << j;
-            EXPECT_EQ(value[j], value[(T - j) % T]) << "T=" << T << " j=" << j;
             EXPECT_DOUBLE_EQ(freq[j], 6.283185307179586 * j / T) << "T=" << T << " j=" << j;
         }
         EXPECT_EQ(value[0], 0.0) << T;

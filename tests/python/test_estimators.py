@@ -1,8 +1,7 @@
-"""The estimators and filters against independent computations: brute-force refits, the recursions
-written out from docs/garch.md, statsmodels' likelihoods, every path of a Markov chain, and the
-closed forms of an AR(1)."""
-
-import itertools
+"""The estimators and filters against independent computations: statsmodels' likelihoods, pandas'
+seasonal means, direct long-run sums and the closed forms of an AR(1). Recursive least squares,
+the GARCH recursions, the logit's derivatives and the Markov filter are checked by brute force
+in tests/estimators, on the same library routines."""
 
 import numpy as np
 import pandas as pd
@@ -11,58 +10,6 @@ import statsmodels.api as sm
 from scipy.stats import norm
 
 import kavrel
-
-
-def test_rls_equals_refits_of_every_stretch(macro):
-    y = macro["realcons"].to_numpy()
-    X = np.column_stack([np.ones(len(y)), macro["realdpi"], macro["infl"]])
-    out = kavrel.rls(y, X)
-    for t in (3, 49, 50, 51, len(y) - 1):  # around the full refit every 50 steps
-        beta, before = (np.linalg.lstsq(X[:m], y[:m], rcond=None)[0] for m in (t + 1, t))
-        np.testing.assert_allclose(out["coef"][t], beta, rtol=1e-8)
-        assert out["innov"][t, 0] == pytest.approx(y[t] - X[t] @ before, rel=1e-7)
-        assert out["rss"][t, 0] == pytest.approx(np.sum((y[:t + 1] - X[:t + 1] @ beta) ** 2), rel=1e-8)
-
-
-def garch_by_hand(e, x, alpha, beta, kappa, gamma, kind, delta):
-    """The recursion of docs/garch.md; unavailable lags take the mean of e_t^2."""
-    s, h, u = np.mean(e * e), np.zeros(len(e)), np.zeros(len(e))
-    mean_term = {0: lambda v: 0.0, 1: lambda v: v, 2: np.sqrt}[kind]
-    for t in range(len(e)):
-        h[t] = x[t] + sum(a * ((u[t - i] - kappa) ** 2 if t >= i else s) for i, a in enumerate(alpha, 1))
-        h[t] += sum(b * (h[t - j] if t >= j else s) for j, b in enumerate(beta, 1))
-        if t >= 1 and u[t - 1] < kappa:
-            h[t] += gamma * (u[t - 1] - kappa) ** 2
-        u[t] = e[t] - delta * mean_term(h[t])
-    return h, u
-
-
-@pytest.mark.parametrize("alpha,beta,kappa,gamma,kind,delta", [
-    ([0.1], [0.85], 0.0, 0.0, 0, 0.0),
-    ([0.1, 0.05, 0.02], [0.7], 0.0, 0.0, 2, 0.3),
-    ([0.1], [0.5, 0.2, 0.1], 0.0, 0.1, 1, -0.2),
-])
-def test_garch_variance_follows_the_written_recursion(alpha, beta, kappa, gamma, kind, delta):
-    rng = np.random.default_rng(11)
-    e, x = rng.standard_normal(300), 0.05 + 0.01 * rng.uniform(size=300)
-    phi = [sum(c[i] for c in (alpha, beta) if i < len(c)) for i in range(max(len(alpha), len(beta)))]
-    h, u = kavrel.garch_variance(e, x, np.r_[0.0, phi, beta], len(beta), len(alpha), kind, delta, kappa, gamma)
-    h_ref, u_ref = garch_by_hand(e, x, alpha, beta, kappa, gamma, kind, delta)
-    np.testing.assert_allclose(h, h_ref, rtol=1e-12)
-    np.testing.assert_allclose(u, u_ref, rtol=1e-12, atol=1e-14)
-
-
-def test_egarch_variance_follows_the_written_recursion():
-    e = np.random.default_rng(5).standard_normal(200)
-    theta, phi, nu, a, b, delta = -0.1, 0.2, np.sqrt(2 / np.pi), 0.9, 0.95, 0.2
-    logh, u = kavrel.egarch_variance(e, -0.02, theta, phi, nu, [a], [b], in_mean=3, delta=delta)
-    level, g = np.log(np.mean(e * e)), 0.0
-    for t in range(len(e)):
-        level = -0.02 + a * g + b * level  # the news term of observation -1 is 0
-        z = np.exp(-level / 2) * (e[t] - delta * level)
-        g = phi * (abs(z) - nu) + theta * z
-        assert logh[t] == pytest.approx(level, rel=1e-12)
-        assert u[t] == pytest.approx(e[t] - delta * level, rel=1e-12)
 
 
 def test_probit_and_logit_likelihoods_match_statsmodels(choice):
@@ -81,19 +28,6 @@ def test_probit_and_logit_likelihoods_match_statsmodels(choice):
     np.testing.assert_allclose(logit["score"], mn.score(params), rtol=1e-9)
     np.testing.assert_allclose(logit["info"], -mn.hessian(params), rtol=1e-9)
     np.testing.assert_allclose(logit["prob"], mn.predict(params), rtol=1e-12)
-
-
-def test_logit_derivatives_and_fitted_table_match_differences_and_a_crosstab(choice):
-    X, _, y = choice
-    beta, h = np.array([0.3, 0.5, -0.2, -0.1, 0.9, 0.4]), 1e-6
-    D, prob = kavrel.logit_prob_deriv(beta, X, 3), kavrel.logit(beta, y, 3, X=X)["prob"]
-    step = np.zeros_like(X)
-    step[:, 1] = h
-    diff = kavrel.logit(beta, y, 3, X=X + step)["prob"] - kavrel.logit(beta, y, 3, X=X - step)["prob"]
-    np.testing.assert_allclose(D[:, 1], diff.mean(axis=0) / (2 * h), rtol=1e-6)
-    cross = pd.crosstab(y.astype(int), prob.argmax(axis=1), margins=True)
-    expected = cross.reindex(index=[0, 1, 2, "All"], columns=[0, 1, 2, "All"], fill_value=0)
-    np.testing.assert_array_equal(kavrel.act_fit_table(y, prob), expected.to_numpy())
 
 
 def test_count_likelihoods_match_statsmodels(counts):
@@ -117,22 +51,6 @@ def test_count_likelihoods_match_statsmodels(counts):
     assert kavrel.count(beta, y, X, "nb2_fixed", alpha)["llf"] == pytest.approx(nb2["llf"], rel=1e-13)
 
 
-def test_markov_filter_and_smoother_equal_sums_over_every_regime_path():
-    T, dens = 7, np.random.default_rng(4).uniform(0.1, 2.0, size=(7, 2))
-    P, init = np.array([[0.9, 0.3], [0.1, 0.7]]), np.array([0.6, 0.4])  # P[j, i] = Pr(next j | now i)
-    lik, filtered = kavrel.ms_filter(dens, P, init)
-    smooth, joint = kavrel.ms_smooth(filtered, P)
-    marginal, pairs, total = np.zeros((T, 2)), np.zeros((2, 2)), 0.0
-    for path in itertools.product(range(2), repeat=T):
-        w = init[path[0]] * np.prod([P[path[t], path[t - 1]] for t in range(1, T)]) * dens[range(T), path].prod()
-        total += w
-        marginal[range(T), path] += w
-        np.add.at(pairs, (path[1:], path[:-1]), w)
-    assert np.prod(lik) == pytest.approx(total, rel=1e-12)
-    np.testing.assert_allclose(smooth, marginal / total, rtol=1e-10)
-    np.testing.assert_allclose(joint, pairs / total, rtol=1e-10)
-
-
 def test_seasonal_and_long_run_tools_match_their_sums():
     rng = np.random.default_rng(8)
     X = rng.standard_normal((150, 2)) + np.arange(150)[:, None] % 4
@@ -144,7 +62,6 @@ def test_seasonal_and_long_run_tools_match_their_sums():
     U = rng.standard_normal((150, 2))
     S, lag = np.einsum("ta,te->tae", X, U).reshape(150, 4), kavrel.long_run_lag(150)
     expected = S.T @ S + sum((1 - L / (lag + 1)) * (S[L:].T @ S[:-L] + S[:-L].T @ S[L:]) for L in range(1, lag + 1))
-    assert lag == int(4 * 1.5 ** (2 / 9))
     np.testing.assert_allclose(kavrel.long_run_covariance(X, U), expected, rtol=1e-12)
 
 

@@ -1,20 +1,17 @@
 // The command-line host's estimations against independent computations: recursive least squares
 // against least squares refitted at every observation on the shipped macro data, nonlinear least
-// squares through the estimation bridge against the NIST StRD certified values.
+// squares through the estimation bridge against the NIST StRD certified values, the GARCH
+// benchmark, a VAR against its refits. The probit, logit, count and Markov-switching fits, which
+// the Python module runs through the same host code, are checked there against R and statsmodels.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "database/database.h"
 #include "dataset.h"
 #include "estimate.h"
-#include "numeric/optimize.h"
 #include "special/distributions.h"
 
 namespace {
@@ -70,13 +67,12 @@ TEST(Tools, RecursiveLeastSquaresEqualsRefitsAtEveryObservation) {
         }
         rssPrev = rss;
     }
-    EXPECT_EQ(r.report.coef[1], r.coef[1][T - 1]);
     EXPECT_NEAR(r.report.stats[1].second, rss, 1e-9 * rss); // RSS of the whole sample
     DbFree(db);
 }
 
-// Misra1a and MGH09 written in Algebra, from both NIST starting points: the certified values to 8
-// significant digits.
+// Misra1a written in Algebra, from both NIST starting points: the certified values to 8
+// significant digits (the optimiser's own test takes MGH09's flat valley).
 TEST(Tools, NonlinearLeastSquaresReachesTheCertifiedValues) {
     const struct {
         const char *file, *model;
@@ -88,11 +84,6 @@ TEST(Tools, NonlinearLeastSquaresReachesTheCertifiedValues) {
          "fitted = &0 * (1 - exp(-&1 * x));",
          {{500.0, 1e-4}, {250.0, 5e-4}},
          {2.3894212918e+02, 5.5015643181e-04},
-         1e-8},
-        {"nist_mgh09.csv",
-         "fitted = &0 * (x^2 + x * &1) / (x^2 + x * &2 + &3);",
-         {{25.0, 39.0, 41.5, 39.0}, {0.25, 0.39, 0.415, 0.39}},
-         {1.9280693458e-01, 1.9128232873e-01, 1.2305650693e-01, 1.3606233068e-01},
          1e-8},
     };
     for (const auto &p : problems) {
@@ -138,117 +129,6 @@ TEST(Tools, GarchReproducesTheDemGbpBenchmark) {
     }
     EXPECT_NEAR(r.loglik, -1106.60788, 5e-6);
     DbFree(db);
-}
-
-// Probit and a three-category logit on data made here, against the maximum of the likelihood
-// written out in the test and maximised by BFGS with numerical derivatives (no export involved).
-struct Choice {
-    Vec y, x;
-    bool logit;
-};
-double directLoglik(void *ctx, const double *b, int) {
-    const Choice &c = *static_cast<Choice *>(ctx);
-    double ll = 0.0;
-    for (size_t i = 0; i < c.y.size(); ++i) {
-        if (!c.logit) {
-            const double p = DistNormalP(b[0] + b[1] * c.x[i]);
-            ll += c.y[i] == 1.0 ? std::log(p) : std::log1p(-p);
-        } else {
-            const double v1 = b[0] + b[1] * c.x[i], v2 = b[2] + b[3] * c.x[i];
-            const double v = c.y[i] == 0.0 ? 0.0 : c.y[i] == 1.0 ? v1 : v2;
-            ll += v - std::log(1.0 + std::exp(v1) + std::exp(v2));
-        }
-    }
-    return ll;
-}
-
-TEST(Tools, ProbitAndLogitReachTheMaximumOfTheirLikelihoods) {
-    for (const bool logit : {false, true}) {
-        Choice c{{}, {}, logit};
-        Columns data;
-        data.names = {"y", "x"};
-        unsigned state = 12345;
-        for (int i = 0; i < 300; ++i) {
-            state = state * 1103515245u + 12345u;
-            const double x = (state >> 8) % 1000 / 250.0 - 2.0, u = ((state >> 4) % 997) / 997.0;
-            c.x.push_back(x);
-            c.y.push_back(logit ? (u < 0.3 ? 0.0 : u < 0.6 + 0.1 * x ? 1.0 : 2.0) : (u < 0.5 + 0.2 * x ? 1.0 : 0.0));
-        }
-        data.data = {c.y, c.x};
-        data.first = 0, data.last = 299;
-        Report r;
-        std::string error;
-        ASSERT_TRUE(EstimateDiscrete(data, logit, true, &r, &error)) << error;
-        EXPECT_TRUE(r.converged);
-        const int k = logit ? 4 : 2;
-        Vec b(k, 0.0);
-        const OptProblem direct{&c, directLoglik, nullptr, nullptr};
-        OptResult res{};
-        ASSERT_EQ(OptMaximizeBfgs(direct, b.data(), k, OptDefaultSettings(), &res), OPT_CONVERGED);
-        for (int j = 0; j < k; ++j) EXPECT_NEAR(r.coef[j], b[j], 1e-5) << (logit ? "logit " : "probit ") << j;
-        EXPECT_NEAR(r.loglik, res.value, 1e-9 * std::fabs(res.value));
-        if (!logit) continue;
-        // Marginal effects for x alone (the constant has none): one per category.
-        const std::string key = "\"marginal_effects\": ";
-        std::string effects;
-        for (const std::string &j : r.json)
-            if (j.compare(0, key.size(), key) == 0) effects = j.substr(key.size());
-        EXPECT_EQ(std::count(effects.begin(), effects.end(), ','), 2) << effects;
-    }
-}
-
-// A two-regime series made here: the Markov-switching estimate against Hamilton's filter written
-// out in the test (predicted probabilities, densities, the normalised update) and maximised by
-// BFGS over the same parameters (means, log sigmas, the two switching logits).
-double hamilton(void *ctx, const double *b, int) {
-    const Vec &y = *static_cast<Vec *>(ctx);
-    const double p12 = 1.0 / (1.0 + std::exp(-b[4])), p21 = 1.0 / (1.0 + std::exp(-b[5])); // leave 1, leave 2
-    double pr1 = p21 / (p12 + p21), ll = 0.0;                                              // the ergodic start
-    for (double v : y) {
-        double f[2];
-        for (int j = 0; j < 2; ++j) {
-            const double sd = std::exp(b[2 + j]), z = (v - b[j]) / sd;
-            f[j] = std::exp(-0.5 * z * z) / (sd * std::sqrt(2.0 * M_PI));
-        }
-        const double a1 = pr1 * f[0], a2 = (1.0 - pr1) * f[1];
-        ll += std::log(a1 + a2);
-        const double post1 = a1 / (a1 + a2);
-        pr1 = post1 * (1.0 - p12) + (1.0 - post1) * p21;
-    }
-    return ll;
-}
-
-TEST(Tools, MarkovSwitchingReachesTheMaximumOfHamiltonsLikelihood) {
-    Vec y;
-    unsigned state = 777;
-    int regime = 0;
-    for (int t = 0; t < 240; ++t) {
-        state = state * 1103515245u + 12345u;
-        if ((state >> 10) % 100 < 5) regime = 1 - regime;
-        state = state * 1103515245u + 12345u;
-        const double u1 = ((state >> 8) % 100000 + 0.5) / 100000.0;
-        state = state * 1103515245u + 12345u;
-        const double u2 = ((state >> 8) % 100000 + 0.5) / 100000.0;
-        const double z = std::sqrt(-2.0 * std::log(u1)) * std::cos(2.0 * M_PI * u2);
-        y.push_back(regime ? 3.0 + 2.0 * z : -1.0 + 0.5 * z);
-    }
-    Columns data;
-    data.names = {"y"}, data.data = {y}, data.first = 0, data.last = 239;
-    MsResults r;
-    std::string error;
-    ASSERT_TRUE(EstimateMs(data, 2, 0, &r, &error)) << error;
-    Vec b = {-1.0, 3.0, std::log(0.5), std::log(2.0), -2.0, -2.0};
-    const OptProblem direct{&y, hamilton, nullptr, nullptr};
-    OptResult res{};
-    ASSERT_EQ(OptMaximizeBfgs(direct, b.data(), 6, OptDefaultSettings(), &res), OPT_CONVERGED);
-    EXPECT_NEAR(r.report.loglik, res.value, 1e-7 * std::fabs(res.value));
-    EXPECT_NEAR(r.report.coef[0], b[0], 1e-4);
-    EXPECT_NEAR(r.report.coef[1], b[1], 1e-4);
-    EXPECT_NEAR(r.report.coef[2], std::exp(b[2]), 1e-4);
-    EXPECT_NEAR(r.report.coef[3], std::exp(b[3]), 1e-4);
-    EXPECT_NEAR(r.P[2], 1.0 / (1.0 + std::exp(-b[4])), 1e-4); // P[1][0]: from regime 1 to 2
-    ASSERT_EQ(r.smoothed.size(), 2u * 240u);
-    EXPECT_NEAR(r.smoothed[0] + r.smoothed[1], 1.0, 1e-9);
 }
 
 // A VAR(2) of three macro series: each equation against its own least-squares refit, the
@@ -298,38 +178,6 @@ TEST(Tools, VarEqualsLeastSquaresPerEquationAndItsOwnIteration) {
     EXPECT_NEAR(r.impulse[0][H], l10, 1e-12);
     EXPECT_NEAR(r.impulse[1][0], 0.0, 1e-12);
     EXPECT_NEAR(r.forecastSe[0], l00, 1e-10); // one step ahead: the innovation's standard deviation
-    DbFree(db);
-}
-
-// Poisson and NB2 regressions against R's glm(poisson) and MASS::glm.nb on the stored sample
-// (tests/data/exports_reference.txt): estimates, alpha = 1 / theta and the log-likelihoods.
-TEST(Tools, CountRegressionsMatchTheStoredReferences) {
-    std::map<std::string, Vec> ref;
-    std::ifstream in(KAVREL_TEST_DATA "/exports_reference.txt");
-    for (std::string line; std::getline(in, line);) {
-        std::istringstream words(line);
-        std::string key;
-        int index = 0;
-        double value = 0.0;
-        if (line[0] != '#' && words >> key >> index >> value) ref[key].push_back(value);
-    }
-    std::string error;
-    Database *db = LoadData(KAVREL_TEST_DATA "/exports_sample.csv", &error);
-    ASSERT_NE(db, nullptr) << error;
-    Columns data;
-    ASSERT_TRUE(SelectColumns(db, {"count", "x1", "x2"}, &data, &error)) << error;
-    for (const bool negbin : {false, true}) {
-        Report r;
-        ASSERT_TRUE(EstimateCount(data, negbin, true, &r, &error)) << error;
-        EXPECT_TRUE(r.converged);
-        const Vec &beta = ref[negbin ? "nb2_beta" : "poisson_beta"];
-        ASSERT_EQ(beta.size(), 3u);
-        for (int j = 0; j < 3; ++j) EXPECT_NEAR(r.coef[j], beta[j], 1e-6) << negbin << j;
-        EXPECT_NEAR(r.loglik, ref[negbin ? "nb2_llf" : "poisson_llf"][0], 1e-8);
-        if (negbin) {
-            EXPECT_NEAR(std::exp(r.coef[3]), 1.0 / ref["nb2_theta"][0], 1e-6);
-        }
-    }
     DbFree(db);
 }
 
