@@ -96,6 +96,23 @@ TEST(Random, FamiliesMatchTheirRecurrences) {
     }
 }
 
+// A draw of the caller's own is honoured by block draws and by the fill, whose element entry is
+// called once per element.
+TEST(Random, BlockAndFillUseTheCallersOwnDraws) {
+    RanState s = selected("MWC_52", 7);
+    s.ops.uniform = [](RanState *r) { return static_cast<double>(++r->spare); };
+    s.ops.element = [](RanState *r) { return -static_cast<double>(++r->spare); };
+    s.spare = 0;
+    double v[4];
+    RanUniforms(&s, v, 2);
+    double *rows[1] = {v + 2};
+    s.ops.fill(&s, rows, 1, 2);
+    EXPECT_EQ(v[0], 1.0);
+    EXPECT_EQ(v[1], 2.0);
+    EXPECT_EQ(v[2], -3.0);
+    EXPECT_EQ(v[3], -4.0);
+}
+
 TEST(Random, NamesSelectFamilies) {
     // clang-format off
     const struct { const char *name; int family; } cases[] = {
